@@ -1,0 +1,105 @@
+// A Wayland client for the end-to-end tests: one window with a line edit that reports, one
+// line each on standard output, what happens to it, so that a test can follow it as a user
+// would see it:
+//   size W H          the window's size after every resize
+//   focus in|out      keyboard focus of the line edit
+//   text TEXT         the line edit's text after every change
+//   key press|release KEY TEXT   every key the line edit gets
+//   mouse press|release X Y BUTTON
+// Options: --maximized, --fullscreen, --title TEXT.
+#include <QApplication>
+#include <QKeyEvent>
+#include <QLineEdit>
+#include <QMouseEvent>
+#include <QVBoxLayout>
+#include <QWidget>
+#include <cstdio>
+
+namespace {
+
+void report(const QString &line)
+{
+    std::fputs(qPrintable(line + QLatin1Char('\n')), stdout);
+    std::fflush(stdout);
+}
+
+class Editor : public QLineEdit
+{
+public:
+    using QLineEdit::QLineEdit;
+
+protected:
+    void keyPressEvent(QKeyEvent *e) override
+    {
+        report(QStringLiteral("key press %1 %2").arg(e->key()).arg(e->text()));
+        QLineEdit::keyPressEvent(e);
+    }
+    void keyReleaseEvent(QKeyEvent *e) override
+    {
+        report(QStringLiteral("key release %1 %2").arg(e->key()).arg(e->text()));
+        QLineEdit::keyReleaseEvent(e);
+    }
+    void focusInEvent(QFocusEvent *e) override
+    {
+        report(QStringLiteral("focus in"));
+        QLineEdit::focusInEvent(e);
+    }
+    void focusOutEvent(QFocusEvent *e) override
+    {
+        report(QStringLiteral("focus out"));
+        QLineEdit::focusOutEvent(e);
+    }
+};
+
+class Window : public QWidget
+{
+protected:
+    void resizeEvent(QResizeEvent *) override
+    {
+        report(QStringLiteral("size %1 %2").arg(width()).arg(height()));
+    }
+    void mousePressEvent(QMouseEvent *e) override
+    {
+        report(QStringLiteral("mouse press %1 %2 %3")
+                   .arg(e->position().x())
+                   .arg(e->position().y())
+                   .arg(int(e->button())));
+    }
+    void mouseReleaseEvent(QMouseEvent *e) override
+    {
+        report(QStringLiteral("mouse release %1 %2 %3")
+                   .arg(e->position().x())
+                   .arg(e->position().y())
+                   .arg(int(e->button())));
+    }
+};
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QApplication app(argc, argv);
+    const QStringList args = app.arguments();
+
+    Window window;
+    window.setWindowTitle(args.contains("--title") ? args.value(args.indexOf("--title") + 1)
+                                                    : QStringLiteral("tide test client"));
+    auto *layout = new QVBoxLayout(&window);
+    auto *edit = new Editor(&window);
+    edit->setObjectName("edit");
+    layout->addWidget(edit);
+    layout->addStretch();
+    QObject::connect(edit, &QLineEdit::textChanged,
+                     [](const QString &text) { report(QStringLiteral("text ") + text); });
+
+    window.resize(320, 200);
+    if (args.contains("--fullscreen"))
+        window.showFullScreen();
+    else if (args.contains("--maximized"))
+        window.showMaximized();
+    else
+        window.show();
+    edit->setFocus();
+    report(QStringLiteral("ready"));
+    return app.exec();
+}
