@@ -216,13 +216,28 @@ QImage keyboardPicture()
 
 // --- application logos ---
 
+// A sine line from left to right, period and phase in pixels and radians.
+QPainterPath sineLine(qreal left, qreal right, qreal baseY, qreal amplitude, qreal period,
+                      qreal phase)
+{
+    QPainterPath path;
+    for (qreal x = left; x <= right + 0.01; x += 0.5) {
+        const QPointF pt(x, baseY + amplitude * qSin((x - left) * 2 * M_PI / period + phase));
+        if (path.elementCount() == 0)
+            path.moveTo(pt);
+        else
+            path.lineTo(pt);
+    }
+    return path;
+}
+
+// The sine line closed down to `bottom`: a band of sea or sand.
 QPainterPath wave(qreal left, qreal right, qreal baseY, qreal amplitude, qreal period, qreal phase,
                   qreal bottom)
 {
-    QPainterPath path(QPointF(left, bottom));
-    for (qreal x = left; x <= right + 0.01; x += 1.0)
-        path.lineTo(x, baseY + amplitude * qSin((x - left) * 2 * M_PI / period + phase));
+    QPainterPath path = sineLine(left, right, baseY, amplitude, period, phase);
     path.lineTo(right, bottom);
+    path.lineTo(left, bottom);
     path.closeSubpath();
     return path;
 }
@@ -267,15 +282,7 @@ QImage appLogo()
     // foam crest on the front wave
     p.setBrush(Qt::NoBrush);
     p.setPen(QPen(kFoam, 4, Qt::SolidLine, Qt::RoundCap));
-    QPainterPath crest;
-    for (qreal x = 0; x <= 320; x += 1.0) {
-        const qreal yy = 172 + 5 * qSin(x * 2 * M_PI / 160 + 3.4);
-        if (x == 0)
-            crest.moveTo(x, yy);
-        else
-            crest.lineTo(x, yy);
-    }
-    p.drawPath(crest);
+    p.drawPath(sineLine(0, 320, 172, 5, 160, 3.4));
 
     // a shell resting on the sand in front of the water
     p.setPen(Qt::NoPen);
@@ -312,17 +319,8 @@ QImage appLogoSmall()
 
     p.setBrush(Qt::NoBrush);
     for (int i = 0; i < 2; ++i) {
-        QPainterPath crest;
-        const qreal base = 15 + i * 9;
-        for (qreal x = 5; x <= 31; x += 0.5) {
-            const qreal yy = base + 3.2 * qSin((x - 5) * 2 * M_PI / 13 + 0.6);
-            if (x == 5)
-                crest.moveTo(x, yy);
-            else
-                crest.lineTo(x, yy);
-        }
         p.setPen(QPen(i == 0 ? kFoam : QColor(0xd4, 0xf1, 0xf5), 3.0, Qt::SolidLine, Qt::RoundCap));
-        p.drawPath(crest);
+        p.drawPath(sineLine(5, 31, 15 + i * 9, 3.2, 13, 0.6));
     }
     p.setPen(Qt::NoPen);
     p.setBrush(QColor(0xff, 0xd2, 0x6b));
