@@ -83,7 +83,7 @@ int main(int argc, char **argv)
 
     Window window;
     window.setWindowTitle(args.contains("--title") ? args.value(args.indexOf("--title") + 1)
-                                                    : QStringLiteral("tide test client"));
+                                                   : QStringLiteral("tide test client"));
     auto *layout = new QVBoxLayout(&window);
     auto *edit = new Editor(&window);
     edit->setObjectName("edit");

@@ -1,0 +1,69 @@
+// Start-up of the shell: refuse to run twice, detach unless asked not to, become the window
+// server, and build the bar that carries everything else.
+#include "application.h"
+#include "titlebarwidget.h"
+#include "windowserver.h"
+
+#include <QTranslator>
+#include <QtDebug>
+
+#include <cstring>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace {
+
+// A server already listens on the socket that clients use. Nothing but a successful connect
+// counts: a missing file, a refused connection or a stale socket file all mean "no server".
+bool serverRunning(const QString &socketPath)
+{
+    const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un addr;
+    std::memset(&addr, 0, sizeof(addr));
+    addr.sun_family = AF_UNIX;
+    const QByteArray path = socketPath.toLocal8Bit();
+    std::strncpy(addr.sun_path, path.constData(), 107);
+    const socklen_t len = socklen_t(std::strlen(addr.sun_path) + sizeof(addr.sun_family));
+    const int result = ::connect(fd, reinterpret_cast<sockaddr *>(&addr), len);
+    if (fd >= 0)
+        ::close(fd);
+    return result == 0;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    WindowServer::ensureRuntimeDir();
+    const QString socketName = WindowServer::socketNameFromArguments(argc, argv);
+    if (serverRunning(WindowServer::socketPathFor(socketName))) {
+        qDebug() << "There is already a Server running!";
+        exit(1);
+    }
+
+    if (argc < 2 || std::strcmp(argv[1], "-f") != 0)
+        (void)daemon(0, 0);
+
+    // Platforms without vertical sync would render as fast as clients commit; one frame per
+    // refresh of a 60 Hz panel is plenty.
+    if (!qEnvironmentVariableIsSet("QT_QPA_UPDATE_IDLE_TIME"))
+        qputenv("QT_QPA_UPDATE_IDLE_TIME", "16");
+
+    Application app(argc, argv);
+    WindowServer server;
+
+    QTranslator translator;
+    (void)translator.load(QStringLiteral(":/zh_CN.qm"));
+    QCoreApplication::installTranslator(&translator);
+
+    server.setDesktopColor(QColor(51, 153, 128));
+    server.showDesktop();
+
+    TitleBarWidget titleBar;
+    QObject::connect(&app, &Application::specialKey, &titleBar, &TitleBarWidget::onSpecialKey);
+    QObject::connect(&app, &Application::screenTransformed, &titleBar,
+                     &TitleBarWidget::onScreenTransformed);
+
+    return app.exec();
+}

@@ -1,0 +1,199 @@
+#include "titlebarwidget.h"
+#include "ui_titlebarwidget.h"
+
+#include "customlabel.h"
+
+#include <QDateTime>
+#include <QGuiApplication>
+#include <QKeyEvent>
+#include <QMenu>
+#include <QNetworkInterface>
+#include <QScreen>
+#include <QTimer>
+
+namespace {
+
+QList<InterfaceAddresses> currentInterfaces()
+{
+    QList<InterfaceAddresses> list;
+    const QList<QNetworkInterface> all = QNetworkInterface::allInterfaces();
+    for (const QNetworkInterface &iface : all) {
+        InterfaceAddresses entry{iface.name(), {}};
+        const QList<QNetworkAddressEntry> entries = iface.addressEntries();
+        for (const QNetworkAddressEntry &address : entries)
+            entry.addresses.append(address.ip().toString());
+        list.append(entry);
+    }
+    return list;
+}
+
+QString dateText()
+{
+    return QDateTime::currentDateTime().toString(QStringLiteral("yyyy/M/d hh:mm"));
+}
+
+} // namespace
+
+TitleBarWidget::TitleBarWidget(QWidget *parent) : QWidget(parent), ui(new Ui::TitleBarWidget)
+{
+    // The bar follows every window event but keeps no list of client windows.
+    if (WindowServer *server = WindowServer::instance())
+        connect(server, &WindowServer::windowEvent, this, &TitleBarWidget::onWindowEvent);
+
+    ui->setupUi(this);
+    setFocusPolicy(Qt::NoFocus);
+    ui->sftKbd->setFixedSize(48, 48);
+
+    connect(ui->dateLabel, &CustomLabel::clicked, this, &TitleBarWidget::onDateLabelClicked);
+    connect(ui->ipLabel, &CustomLabel::clicked, this, &TitleBarWidget::onIpLabelClicked);
+    connect(ui->sftKbd, &CustomLabel::clicked, this, &TitleBarWidget::onSftKbdBtnClicked);
+
+    QPalette pal = palette();
+    pal.setBrush(QPalette::All, QPalette::Window, QColor(255, 255, 255, 128));
+    setPalette(pal);
+    setAutoFillBackground(true);
+
+    // Tapping the bar must never take the keyboard focus from the client being typed into.
+    setWindowFlags(Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint | Qt::CustomizeWindowHint |
+                   Qt::WindowDoesNotAcceptFocus);
+    setAttribute(Qt::WA_ShowWithoutActivating);
+
+    m_clockTimer = new QTimer(this);
+    m_clockTimer->setSingleShot(true);
+    connect(m_clockTimer, &QTimer::timeout, this, &TitleBarWidget::onTimeOut);
+    onTimeOut();
+
+    // Laid out once at the bottom, then hidden: the whole screen starts free for clients.
+    position = TitleBarBottom;
+    showTitleBar();
+    hideTitleBar();
+}
+
+TitleBarWidget::~TitleBarWidget()
+{
+    delete m_clockTimer;
+    delete ui;
+}
+
+void TitleBarWidget::onTimeOut()
+{
+    ui->dateLabel->setText(dateText());
+    m_clockTimer->start(clockInterval(QTime::currentTime()));
+    ui->ipLabel->setText(ipText(currentInterfaces()));
+}
+
+void TitleBarWidget::refreshDate()
+{
+    ui->dateLabel->setText(dateText());
+}
+
+void TitleBarWidget::onIpLabelClicked()
+{
+    ui->ipLabel->setText(ipText(currentInterfaces()));
+}
+
+void TitleBarWidget::showTitleBar()
+{
+    const QSize screen = QGuiApplication::primaryScreen()->geometry().size();
+    const QRect bar = titleBarRect(screen, position);
+    setMaximumSize(bar.size());
+    setMinimumSize(bar.size());
+    setGeometry(bar);
+    if (WindowServer *server = WindowServer::instance())
+        server->setMaxWindowRect(clientAreaRect(screen, position));
+    show();
+
+    // The menu opens with its lower edge on the start button's top edge; for a bar at the
+    // top the menu's own placement keeps it on the screen.
+    const int menuHeight = m_sysMenu ? m_sysMenu->height() : 0;
+    m_menuPos = QPoint(bar.x() + ui->sysStartBtn->x(), bar.y() + ui->sysStartBtn->y() - menuHeight);
+}
+
+void TitleBarWidget::hideTitleBar()
+{
+    hide();
+    if (WindowServer *server = WindowServer::instance())
+        server->setMaxWindowRect(QRect(QPoint(0, 0), QGuiApplication::primaryScreen()->size()));
+}
+
+void TitleBarWidget::changeTitleBarPosition(TitleBarPosition pos)
+{
+    position = pos;
+    showTitleBar();
+}
+
+void TitleBarWidget::onScreenTransformed()
+{
+    if (isVisible())
+        showTitleBar();
+    else
+        hideTitleBar();
+}
+
+void TitleBarWidget::onSpecialKey(int keycode, bool isPressed)
+{
+    if (!isPressed)
+        return;
+    switch (keycode) {
+    case Qt::Key_F11:
+        if (isVisible())
+            hideTitleBar();
+        else
+            showTitleBar();
+        break;
+    case Qt::Key_F12:
+        ui->sysStartBtn->setChecked(true);
+        on_sysStartBtn_clicked(true);
+        break;
+    default: // F10 is dead on purpose
+        break;
+    }
+}
+
+void TitleBarWidget::onWindowEvent(ClientWindow *, WindowServer::WindowEvent) {}
+
+void TitleBarWidget::onSftKbdKeyPressed(QKeyEvent *e)
+{
+    int unicode = e->text().isEmpty() ? 0 : e->text().at(0).unicode();
+    switch (e->key()) {
+    case Qt::Key_Backspace:
+        unicode = 8;
+        break;
+    case Qt::Key_Enter:
+        unicode = 10;
+        break;
+    case Qt::Key_Escape:
+        unicode = 27;
+        break;
+    default:
+        break;
+    }
+    if (WindowServer *server = WindowServer::instance())
+        server->sendKeyEvent(unicode, e->key(), e->modifiers(), e->type() == QEvent::KeyPress,
+                             false);
+    // The keyboard allocates one event per emission and leaves it to us.
+    delete e;
+}
+
+void TitleBarWidget::onSftKbdNewString(QString str)
+{
+    WindowServer *server = WindowServer::instance();
+    if (!server)
+        return;
+    for (const QChar c : std::as_const(str)) {
+        server->sendKeyEvent(c.unicode(), 0, Qt::NoModifier, true, false);
+        server->sendKeyEvent(c.unicode(), 0, Qt::NoModifier, false, false);
+    }
+}
+
+// Filled in by the control port, the keyboard, the start menu and the date dialog.
+void TitleBarWidget::onCtrlSockActivated() {}
+void TitleBarWidget::onLabelClicked() {}
+void TitleBarWidget::onDateLabelClicked() {}
+void TitleBarWidget::onSftKbdBtnClicked() {}
+void TitleBarWidget::onSysMenuHidden() {}
+void TitleBarWidget::onSysMenuRunTrigger() {}
+void TitleBarWidget::onSysMenuRebootTrigger() {}
+void TitleBarWidget::onSysRunDialogAccepted() {}
+void TitleBarWidget::onInnerCommand(QString, QStringList, QString) {}
+void TitleBarWidget::on_sysStartBtn_clicked(bool) {}

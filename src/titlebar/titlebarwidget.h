@@ -1,0 +1,71 @@
+#pragma once
+
+#include "titlebarlayout.h"
+
+#include <QHostAddress>
+#include <QMap>
+#include <QPoint>
+#include <QWidget>
+
+#include "windowserver.h"
+
+class QTimer;
+class QUdpSocket;
+class QKeyEvent;
+class QMenu;
+class QAction;
+class CustomLabel;
+class QTMyIconStyle;
+
+namespace Ui {
+class TitleBarWidget;
+}
+
+// The shell's bar: a frameless, always-on-top strip 48 pixels high across the screen with
+// the start button, the clock, labels added by other programs, the IP addresses and the
+// keyboard button. It owns every other long-lived object of the shell.
+class TitleBarWidget : public QWidget
+{
+    Q_OBJECT
+public:
+    explicit TitleBarWidget(QWidget *parent = nullptr);
+    ~TitleBarWidget() override;
+
+    int titleBarPosition() const { return position; }
+    QPoint menuPosition() const { return m_menuPos; }
+
+public slots:
+    void onSpecialKey(int keycode, bool isPressed);
+    void onScreenTransformed();
+    void showTitleBar();
+    void hideTitleBar();
+
+protected slots:
+    void onTimeOut();
+    void onCtrlSockActivated();
+    void changeTitleBarPosition(TitleBarPosition pos);
+    void onLabelClicked();
+    void onDateLabelClicked();
+    void onIpLabelClicked();
+    void onSftKbdBtnClicked();
+    void onSftKbdKeyPressed(QKeyEvent *e);
+    void onSftKbdNewString(QString str);
+    void onWindowEvent(ClientWindow *window, WindowServer::WindowEvent eventType);
+    void onSysMenuHidden();
+    void onSysMenuRunTrigger();
+    void onSysMenuRebootTrigger();
+    void onSysRunDialogAccepted();
+    void onInnerCommand(QString name, QStringList params, QString dir);
+
+private slots:
+    void on_sysStartBtn_clicked(bool checked);
+
+private:
+    void refreshDate();
+
+    Ui::TitleBarWidget *ui;
+    int position = TitleBarBottom;
+    QTimer *m_clockTimer = nullptr;
+    QPoint m_menuPos;
+    QMenu *m_sysMenu = nullptr;
+};
