@@ -1,6 +1,7 @@
 #include "titlebarwidget.h"
 #include "ui_titlebarwidget.h"
 
+#include "controlcommand.h"
 #include "customlabel.h"
 
 #include <QDateTime>
@@ -10,6 +11,7 @@
 #include <QNetworkInterface>
 #include <QScreen>
 #include <QTimer>
+#include <QUdpSocket>
 
 namespace {
 
@@ -63,6 +65,12 @@ TitleBarWidget::TitleBarWidget(QWidget *parent) : QWidget(parent), ui(new Ui::Ti
     connect(m_clockTimer, &QTimer::timeout, this, &TitleBarWidget::onTimeOut);
     onTimeOut();
 
+    // Other programs steer the bar through this port. If it cannot be bound the shell runs
+    // without remote control.
+    m_ctrlSocket = new QUdpSocket(this);
+    m_ctrlSocket->bind(ControlPort, QUdpSocket::ShareAddress | QUdpSocket::ReuseAddressHint);
+    connect(m_ctrlSocket, &QUdpSocket::readyRead, this, &TitleBarWidget::onCtrlSockActivated);
+
     // Laid out once at the bottom, then hidden: the whole screen starts free for clients.
     position = TitleBarBottom;
     showTitleBar();
@@ -71,6 +79,8 @@ TitleBarWidget::TitleBarWidget(QWidget *parent) : QWidget(parent), ui(new Ui::Ti
 
 TitleBarWidget::~TitleBarWidget()
 {
+    m_ctrlSocket->close();
+    delete m_ctrlSocket;
     delete m_clockTimer;
     delete ui;
 }
@@ -187,8 +197,6 @@ void TitleBarWidget::onSftKbdNewString(QString str)
 }
 
 // Filled in by the control port, the keyboard, the start menu and the date dialog.
-void TitleBarWidget::onCtrlSockActivated() {}
-void TitleBarWidget::onLabelClicked() {}
 void TitleBarWidget::onDateLabelClicked() {}
 void TitleBarWidget::onSftKbdBtnClicked() {}
 void TitleBarWidget::onSysMenuHidden() {}
@@ -197,3 +205,142 @@ void TitleBarWidget::onSysMenuRebootTrigger() {}
 void TitleBarWidget::onSysRunDialogAccepted() {}
 void TitleBarWidget::onInnerCommand(QString, QStringList, QString) {}
 void TitleBarWidget::on_sysStartBtn_clicked(bool) {}
+
+// ---- control port -----------------------------------------------------------------------
+
+void TitleBarWidget::onCtrlSockActivated()
+{
+    // Datagrams are carried out strictly in arrival order, each before the next is read.
+    while (m_ctrlSocket->hasPendingDatagrams()) {
+        QByteArray datagram;
+        datagram.resize(qMax<qint64>(0, m_ctrlSocket->pendingDatagramSize()));
+        QHostAddress sender;
+        quint16 senderPort = 0;
+        const qint64 got =
+            m_ctrlSocket->readDatagram(datagram.data(), datagram.size(), &sender, &senderPort);
+        if (got < 0)
+            continue;
+        datagram.truncate(got);
+        runControlCommand(datagram, sender, senderPort);
+    }
+}
+
+void TitleBarWidget::runControlCommand(const QByteArray &datagram, const QHostAddress &sender,
+                                       quint16 senderPort)
+{
+    const ControlCommand cmd = parseControlCommand(datagram);
+    printControlDebugLine(cmd);
+    if (!cmd.isValid())
+        return;
+    WindowServer *server = WindowServer::instance();
+    switch (cmd.kind) {
+    case ControlCommand::Close:
+        hideTitleBar();
+        break;
+    case ControlCommand::Open:
+        showTitleBar();
+        break;
+    case ControlCommand::Toggle:
+        if (isHidden())
+            showTitleBar();
+        else
+            hideTitleBar();
+        break;
+    case ControlCommand::Top:
+        position = TitleBarTop;
+        showTitleBar();
+        break;
+    case ControlCommand::Bottom:
+        position = TitleBarBottom;
+        showTitleBar();
+        break;
+    case ControlCommand::KbdShow:
+    case ControlCommand::KbdHide:
+    case ControlCommand::KbdToggle:
+        break;
+    case ControlCommand::AddLabel:
+        addLabel(cmd.name, cmd.text, sender, senderPort);
+        break;
+    case ControlCommand::DelLabel:
+        deleteLabel(cmd.name);
+        break;
+    case ControlCommand::TextColor:
+        setChildTextColor(QColor::fromRgb(cmd.color.r, cmd.color.g, cmd.color.b, cmd.color.a));
+        break;
+    case ControlCommand::WindowColor: {
+        QPalette pal = palette();
+        pal.setColor(QPalette::All, QPalette::Window,
+                     QColor::fromRgb(cmd.color.r, cmd.color.g, cmd.color.b, cmd.color.a));
+        setPalette(pal);
+        break;
+    }
+    case ControlCommand::Mouse:
+        if (server)
+            server->sendMouseEvent(QPoint(cmd.mouse.x, cmd.mouse.y), cmd.mouse.stat,
+                                   cmd.mouse.wheel);
+        break;
+    case ControlCommand::Key:
+        if (server)
+            server->sendKeyEvent(cmd.key.unicode, cmd.key.keyCode,
+                                 Qt::KeyboardModifiers(cmd.key.modifier), cmd.key.pressed, false);
+        break;
+    case ControlCommand::None:
+        break;
+    }
+}
+
+void TitleBarWidget::addLabel(const QString &name, const QString &text, const QHostAddress &sender,
+                              quint16 senderPort)
+{
+    const auto it = m_labels.constFind(name);
+    if (it != m_labels.constEnd()) {
+        // Reports keep going to whoever made the label first.
+        it->label->setText(text);
+        return;
+    }
+    auto *label = new CustomLabel(this);
+    connect(label, &CustomLabel::clicked, this, &TitleBarWidget::onLabelClicked);
+    label->setObjectName(name);
+    label->setText(text);
+    ui->middleLayout->addWidget(label);
+    m_labels.insert(name, LabelEntry{sender, senderPort, label});
+}
+
+void TitleBarWidget::deleteLabel(const QString &name)
+{
+    const auto it = m_labels.find(name);
+    if (it == m_labels.end())
+        return;
+    if (CustomLabel *label = it->label) {
+        ui->middleLayout->removeWidget(label);
+        delete label;
+    }
+    m_labels.erase(it);
+}
+
+void TitleBarWidget::setChildTextColor(const QColor &color)
+{
+    // Only the widgets there now; labels added later keep their own colours.
+    const QObjectList kids = children();
+    for (QObject *child : kids) {
+        if (!child->isWidgetType())
+            continue;
+        auto *widget = static_cast<QWidget *>(child);
+        QPalette pal = widget->palette();
+        pal.setColor(QPalette::All, QPalette::WindowText, color);
+        pal.setColor(QPalette::All, QPalette::Text, color);
+        pal.setColor(QPalette::All, QPalette::ButtonText, color);
+        widget->setPalette(pal);
+    }
+}
+
+void TitleBarWidget::onLabelClicked()
+{
+    auto *label = qobject_cast<CustomLabel *>(sender());
+    if (!label)
+        return;
+    const auto it = m_labels.constFind(label->objectName());
+    if (it == m_labels.constEnd())
+        return;
+    m_ctrlSocket->writeDatagram(clickReport(label->objectName()), it->address, it->port);
+}

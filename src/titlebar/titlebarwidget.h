@@ -61,11 +61,27 @@ private slots:
     void on_sysStartBtn_clicked(bool checked);
 
 private:
+    // A label added over the control port and where its clicks are reported.
+    struct LabelEntry
+    {
+        QHostAddress address;
+        quint16 port = 0;
+        CustomLabel *label = nullptr;
+    };
+
     void refreshDate();
+    void runControlCommand(const QByteArray &datagram, const QHostAddress &sender,
+                           quint16 senderPort);
+    void addLabel(const QString &name, const QString &text, const QHostAddress &sender,
+                  quint16 senderPort);
+    void deleteLabel(const QString &name);
+    void setChildTextColor(const QColor &color);
 
     Ui::TitleBarWidget *ui;
     int position = TitleBarBottom;
     QTimer *m_clockTimer = nullptr;
+    QUdpSocket *m_ctrlSocket = nullptr;
+    QMap<QString, LabelEntry> m_labels;
     QPoint m_menuPos;
     QMenu *m_sysMenu = nullptr;
 };

@@ -66,6 +66,51 @@ struct WindowEntry
     bool placed = false;
 };
 
+// Keeps the order in which the shell's own windows were last shown, for picking the window
+// under a synthetic pointer. An application-wide filter of its own, so that it never sees
+// key events before the application's function-key filter does.
+class ServerWindowStack : public QObject
+{
+public:
+    QWindow *topmostAt(const QPoint &pos, const QWindow *exclude) const;
+
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override
+    {
+        if (event->type() == QEvent::Show && watched->isWindowType()) {
+            auto *w = static_cast<QWindow *>(watched);
+            m_order.removeAll(nullptr);
+            m_order.removeAll(w);
+            m_order.append(w);
+        }
+        return false;
+    }
+
+private:
+    QList<QPointer<QWindow>> m_order; // oldest first
+};
+
+QWindow *ServerWindowStack::topmostAt(const QPoint &pos, const QWindow *exclude) const
+{
+    QWindow *best = nullptr;
+    int bestRank = -1;
+    const QWindowList all = QGuiApplication::topLevelWindows();
+    for (QWindow *w : all) {
+        if (w == exclude || !w->isVisible() || !w->geometry().contains(pos))
+            continue;
+        // Windows that stay on top are above the others; within a group the one shown
+        // last is above.
+        int rank = int(m_order.indexOf(w)) + 1;
+        if (w->flags().testFlag(Qt::WindowStaysOnTopHint))
+            rank += 1 << 20;
+        if (rank > bestRank) {
+            best = w;
+            bestRank = rank;
+        }
+    }
+    return best;
+}
+
 class WindowServerPrivate : public QObject
 {
 public:
@@ -113,15 +158,11 @@ public:
     int nextId = 1;
     qreal nextZ = 1;
 
-    // Modifier keys pressed on behalf of a synthetic key, released with it.
-    QHash<uint, QList<uint>> heldModifiers;
-
     // Synthetic pointer: the window that got the first press keeps the pointer until the
     // last button is up, as with a real mouse.
     QPointer<QWindow> pointerGrab;
     Qt::MouseButtons pointerButtons;
-    // Server windows in the order they were last shown or raised, oldest first.
-    QList<QPointer<QWindow>> serverStack;
+    ServerWindowStack serverStack;
 };
 
 WindowServerPrivate::WindowServerPrivate(WindowServer *server)
@@ -190,8 +231,7 @@ void WindowServerPrivate::createCompositor()
                 handleKeyboardFocusChanged(newFocus);
             });
 
-    // Server windows (bar, dialogs, menus) are stacked by the order they were shown in.
-    qApp->installEventFilter(this);
+    qApp->installEventFilter(&serverStack);
 
     const QRect screen = QGuiApplication::primaryScreen()->geometry();
     maxRect = QRect(QPoint(0, 0), screen.size());
@@ -336,10 +376,9 @@ void WindowServerPrivate::raise(WindowEntry *entry)
 void WindowServerPrivate::activate(WindowEntry *entry)
 {
     raise(entry);
-    QWaylandSeat *seat = compositor->defaultSeat();
-    if (seat->keyboardFocus() != entry->surface)
-        seat->setKeyboardFocus(entry->surface);
-    entry->item->forceActiveFocus();
+    // Through the item, so that the client's text input is told it has the focus too.
+    if (compositor->defaultSeat()->keyboardFocus() != entry->surface)
+        entry->item->takeFocus();
     // Keys typed on the device now belong to the desktop view, and through it to the client.
     view->requestActivate();
     if (active != entry) {
@@ -420,62 +459,39 @@ void WindowServerPrivate::handleClientKey(QKeyEvent *event)
 void WindowServerPrivate::sendClientKey(int qtKey, const QString &text,
                                         Qt::KeyboardModifiers modifiers, bool isPress)
 {
-    QWaylandKeyboard *keyboard = compositor->defaultSeat()->keyboard();
     const char32_t ucs4 = text.isEmpty() ? 0 : text.toUcs4().value(0);
-
-    KeyMapper::Key key;
-    bool characterKey = false;
     if (qtKey == 0) {
         // A character without a key: the client takes the character only.
         if (isPress && ucs4)
             commitText(text);
         return;
     }
+
+    KeyMapper::Key key;
+    Qt::KeyboardModifiers state = modifiers & (Qt::ControlModifier | Qt::AltModifier);
     if (qtKey < Qt::Key_Escape && ucs4 >= 0x20) {
+        // A character decides the Shift state itself: "@" is Shift and the "2" key.
         key = keys->keyForCharacter(ucs4);
-        characterKey = key.isValid();
         if (!key.isValid()) {
             if (isPress)
                 commitText(text);
             return;
         }
+        if (key.shift)
+            state |= Qt::ShiftModifier;
     } else {
         key = keys->keyForQtKey(qtKey);
+        state |= modifiers & Qt::ShiftModifier;
     }
     if (!key.isValid()) {
         qCDebug(lcWindowServer) << "no key in the keymap for" << Qt::hex << qtKey;
         return;
     }
-
-    if (!isPress) {
-        keyboard->sendKeyReleaseEvent(key.keycode);
-        const QList<uint> held = heldModifiers.take(key.keycode);
-        for (auto it = held.crbegin(); it != held.crend(); ++it)
-            keyboard->sendKeyReleaseEvent(*it);
-        return;
-    }
-
-    // The character decides Shift; the other modifiers come from the caller.
-    bool shift = characterKey ? key.shift : modifiers.testFlag(Qt::ShiftModifier);
-    QList<uint> held;
-    const std::pair<bool, int> wanted[] = {
-        {shift, Qt::Key_Shift},
-        {modifiers.testFlag(Qt::ControlModifier), Qt::Key_Control},
-        {modifiers.testFlag(Qt::AltModifier), Qt::Key_Alt},
-        {modifiers.testFlag(Qt::MetaModifier), Qt::Key_Meta}};
-    for (const auto &[on, modifierKey] : wanted) {
-        const KeyMapper::Key mod = on ? keys->keyForQtKey(modifierKey) : KeyMapper::Key();
-        if (mod.isValid()) {
-            keyboard->sendKeyPressEvent(mod.keycode);
-            held.append(mod.keycode);
-        }
-    }
-    // A second press of a key that is still down releases the modifiers of the first.
-    const QList<uint> stale = heldModifiers.take(key.keycode);
-    for (uint code : stale)
-        keyboard->sendKeyReleaseEvent(code);
-    heldModifiers.insert(key.keycode, held);
-    keyboard->sendKeyPressEvent(key.keycode);
+    // With a scan code the seat sends the key as it is, after bringing the client's
+    // modifier state in line with the event's.
+    QKeyEvent event(isPress ? QEvent::KeyPress : QEvent::KeyRelease, qtKey, state, key.keycode, 0,
+                    0, text);
+    compositor->defaultSeat()->sendFullKeyEvent(&event);
 }
 
 void WindowServerPrivate::commitText(const QString &text)
@@ -517,27 +533,8 @@ QWindow *WindowServerPrivate::windowAt(const QPoint &pos) const
         if (popup->windowHandle())
             return popup->windowHandle();
     }
-    QWindow *best = nullptr;
-    int bestRank = -1;
-    const QWindowList all = QGuiApplication::topLevelWindows();
-    for (QWindow *w : all) {
-        if (w == view || !w->isVisible() || !w->geometry().contains(pos))
-            continue;
-        // Windows that stay on top are above the others; within a group the one shown
-        // or raised last is above.
-        int rank = 0;
-        for (int i = 0; i < serverStack.size(); ++i) {
-            if (serverStack.at(i) == w)
-                rank = i + 1;
-        }
-        if (w->flags().testFlag(Qt::WindowStaysOnTopHint))
-            rank += 100000;
-        if (rank > bestRank) {
-            best = w;
-            bestRank = rank;
-        }
-    }
-    return best ? best : view;
+    QWindow *server = serverStack.topmostAt(pos, view);
+    return server ? server : view;
 }
 
 void WindowServerPrivate::dismissPopupsOutside(const QPointF &scenePos)
@@ -581,12 +578,6 @@ bool WindowServerPrivate::eventFilter(QObject *watched, QEvent *event)
             break;
         }
         return false;
-    }
-    if (event->type() == QEvent::Show && watched->isWindowType()) {
-        auto *w = static_cast<QWindow *>(watched);
-        serverStack.removeAll(nullptr);
-        serverStack.removeAll(w);
-        serverStack.append(w);
     }
     return false;
 }
