@@ -113,17 +113,6 @@ QwsKeyBoardWidget::QwsKeyBoardWidget(QWidget *parent)
     setWindowFlags(Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
                    Qt::WindowDoesNotAcceptFocus);
     setAttribute(Qt::WA_ShowWithoutActivating);
-    // Some platforms (linuxfb, offscreen) activate every window they show, whatever its flags;
-    // hand the activation straight back to the window that had it.
-    m_lastFocusWindow = QGuiApplication::focusWindow();
-    connect(qApp, &QGuiApplication::focusWindowChanged, this, [this](QWindow *window) {
-        if (!window)
-            return;
-        if (window != windowHandle())
-            m_lastFocusWindow = window;
-        else if (m_lastFocusWindow)
-            m_lastFocusWindow->requestActivate();
-    });
     installEventFilter(this);
     setAttribute(Qt::WA_InputMethodEnabled, true);
     setFocusPolicy(Qt::NoFocus);

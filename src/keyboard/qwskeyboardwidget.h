@@ -4,14 +4,12 @@
 #pragma once
 
 #include <QPoint>
-#include <QPointer>
 #include <QString>
 #include <QWidget>
 
 class QButtonGroup;
 class QKeyEvent;
 class QPushButton;
-class QWindow;
 
 namespace Ui {
 class QwsKeyBoardWidget;
@@ -71,5 +69,4 @@ private:
     int hzOffset = 0;
     int dragging = 0;
     QPoint dragLast;
-    QPointer<QWindow> m_lastFocusWindow; // where the focus goes back to if a platform moves it here
 };

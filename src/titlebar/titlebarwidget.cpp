@@ -3,6 +3,8 @@
 
 #include "controlcommand.h"
 #include "customlabel.h"
+#include "datetimesettingdlg.h"
+#include "qwskeyboardwidget.h"
 
 #include <QDateTime>
 #include <QGuiApplication>
@@ -38,6 +40,8 @@ QString dateText()
 
 TitleBarWidget::TitleBarWidget(QWidget *parent) : QWidget(parent), ui(new Ui::TitleBarWidget)
 {
+    m_keyboard = new QwsKeyBoardWidget(nullptr);
+
     // The bar follows every window event but keeps no list of client windows.
     if (WindowServer *server = WindowServer::instance())
         connect(server, &WindowServer::windowEvent, this, &TitleBarWidget::onWindowEvent);
@@ -45,6 +49,10 @@ TitleBarWidget::TitleBarWidget(QWidget *parent) : QWidget(parent), ui(new Ui::Ti
     ui->setupUi(this);
     setFocusPolicy(Qt::NoFocus);
     ui->sftKbd->setFixedSize(48, 48);
+
+    m_keyboard->hide();
+    connect(m_keyboard, &QwsKeyBoardWidget::newKeyEvent, this, &TitleBarWidget::onSftKbdKeyPressed);
+    connect(m_keyboard, &QwsKeyBoardWidget::newString, this, &TitleBarWidget::onSftKbdNewString);
 
     connect(ui->dateLabel, &CustomLabel::clicked, this, &TitleBarWidget::onDateLabelClicked);
     connect(ui->ipLabel, &CustomLabel::clicked, this, &TitleBarWidget::onIpLabelClicked);
@@ -95,6 +103,26 @@ void TitleBarWidget::onTimeOut()
 void TitleBarWidget::refreshDate()
 {
     ui->dateLabel->setText(dateText());
+}
+
+void TitleBarWidget::onDateLabelClicked()
+{
+    // Modal: the shell waits here until the user is done with the clock.
+    DateTimeSettingDlg dialog(nullptr);
+    if (dialog.exec() == QDialog::Accepted)
+        dialog.setSystemDateTime();
+    refreshDate();
+}
+
+void TitleBarWidget::onInnerCommand(QString name, QStringList, QString)
+{
+    if (name == QLatin1String("sys_man_date"))
+        onDateLabelClicked();
+}
+
+void TitleBarWidget::onSftKbdBtnClicked()
+{
+    m_keyboard->setVisible(m_keyboard->isHidden());
 }
 
 void TitleBarWidget::onIpLabelClicked()
@@ -197,13 +225,10 @@ void TitleBarWidget::onSftKbdNewString(QString str)
 }
 
 // Filled in by the control port, the keyboard, the start menu and the date dialog.
-void TitleBarWidget::onDateLabelClicked() {}
-void TitleBarWidget::onSftKbdBtnClicked() {}
 void TitleBarWidget::onSysMenuHidden() {}
 void TitleBarWidget::onSysMenuRunTrigger() {}
 void TitleBarWidget::onSysMenuRebootTrigger() {}
 void TitleBarWidget::onSysRunDialogAccepted() {}
-void TitleBarWidget::onInnerCommand(QString, QStringList, QString) {}
 void TitleBarWidget::on_sysStartBtn_clicked(bool) {}
 
 // ---- control port -----------------------------------------------------------------------
@@ -255,8 +280,15 @@ void TitleBarWidget::runControlCommand(const QByteArray &datagram, const QHostAd
         showTitleBar();
         break;
     case ControlCommand::KbdShow:
+        if (cmd.methodGiven)
+            m_keyboard->changeMethod(cmd.method);
+        m_keyboard->setVisible(true);
+        break;
     case ControlCommand::KbdHide:
+        m_keyboard->setVisible(false);
+        break;
     case ControlCommand::KbdToggle:
+        m_keyboard->setVisible(m_keyboard->isHidden());
         break;
     case ControlCommand::AddLabel:
         addLabel(cmd.name, cmd.text, sender, senderPort);

@@ -16,6 +16,7 @@ class QMenu;
 class QAction;
 class CustomLabel;
 class QTMyIconStyle;
+class QwsKeyBoardWidget;
 
 namespace Ui {
 class TitleBarWidget;
@@ -33,6 +34,7 @@ public:
 
     int titleBarPosition() const { return position; }
     QPoint menuPosition() const { return m_menuPos; }
+    QwsKeyBoardWidget *keyboard() const { return m_keyboard; }
 
 public slots:
     void onSpecialKey(int keycode, bool isPressed);
@@ -81,6 +83,8 @@ private:
     int position = TitleBarBottom;
     QTimer *m_clockTimer = nullptr;
     QUdpSocket *m_ctrlSocket = nullptr;
+    // Top-level and without parent; it lives as long as the process and is never deleted.
+    QwsKeyBoardWidget *m_keyboard = nullptr;
     QMap<QString, LabelEntry> m_labels;
     QPoint m_menuPos;
     QMenu *m_sysMenu = nullptr;

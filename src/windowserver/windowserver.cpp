@@ -163,6 +163,7 @@ public:
     QPointer<QWindow> pointerGrab;
     Qt::MouseButtons pointerButtons;
     ServerWindowStack serverStack;
+    QPointer<QWindow> lastFocusWindow;
 };
 
 WindowServerPrivate::WindowServerPrivate(WindowServer *server)
@@ -232,6 +233,16 @@ void WindowServerPrivate::createCompositor()
             });
 
     qApp->installEventFilter(&serverStack);
+    // Windows that must not take the focus (the bar, the soft keyboard) can still be activated
+    // by platforms that activate whatever they show; the activation goes straight back.
+    connect(qApp, &QGuiApplication::focusWindowChanged, this, [this](QWindow *window) {
+        if (!window)
+            return;
+        if (!window->flags().testFlag(Qt::WindowDoesNotAcceptFocus))
+            lastFocusWindow = window;
+        else if (lastFocusWindow)
+            lastFocusWindow->requestActivate();
+    });
 
     const QRect screen = QGuiApplication::primaryScreen()->geometry();
     maxRect = QRect(QPoint(0, 0), screen.size());
@@ -716,7 +727,7 @@ void WindowServer::sendKeyEvent(int unicode, int keycode, Qt::KeyboardModifiers 
     // handling see it exactly as they see a real key: a focused server window gets it as a
     // QKeyEvent; otherwise the desktop view passes it on to the focused client.
     QWindow *target = QGuiApplication::focusWindow();
-    if (!target)
+    if (!target || target->flags().testFlag(Qt::WindowDoesNotAcceptFocus))
         target = d->view;
     const char32_t ucs4 = char32_t(unicode);
     const QString text = unicode > 0 ? QString::fromUcs4(&ucs4, 1) : QString();

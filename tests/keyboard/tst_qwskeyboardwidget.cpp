@@ -114,7 +114,6 @@ private slots:
     void initTestCase() { qRegisterMetaType<QKeyEvent *>(); }
     void face();
     void catalogue();
-    void neverTakesFocus();
     void englishKeys_data();
     void englishKeys();
     void shiftLatch();
@@ -174,28 +173,6 @@ void TestKeyboard::catalogue()
         QCOMPARE(h.button("btnPgUp")->text(), "PageUp");
     }
     QCoreApplication::removeTranslator(&translator);
-}
-
-void TestKeyboard::neverTakesFocus()
-{
-    QLineEdit client;
-    client.show();
-    client.activateWindow();
-    client.setFocus();
-    QVERIFY(QTest::qWaitForWindowActive(&client));
-
-    Harness h;
-    h.kb.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&h.kb));
-    QTRY_COMPARE(QApplication::activeWindow(), &client);
-    h.tap(1, 2);
-    QTest::mouseClick(h.button("btnFn"), Qt::LeftButton);
-    QTest::mouseClick(h.button("hzBtn0"), Qt::LeftButton);
-    QTest::qWait(50);
-    QCOMPARE(QApplication::focusWidget(), &client);
-    QCOMPARE(QApplication::activeWindow(), &client);
-    for (QWidget *w : h.kb.findChildren<QWidget *>())
-        QVERIFY2(w->focusPolicy() == Qt::NoFocus, qPrintable(w->objectName()));
 }
 
 void TestKeyboard::englishKeys_data()

@@ -114,6 +114,10 @@ private:
     std::unique_ptr<QTemporaryDir> m_dir;
     std::unique_ptr<QMenu> m_root;
     QString m_startCwd;
+    // Every test watches for warning boxes, so that an unexpected one fails the test instead
+    // of blocking it.
+    std::unique_ptr<BoxWatcher> m_boxes;
+    int m_expectedBoxes = 0;
 };
 
 void TestStartMenuManager::init()
@@ -124,12 +128,17 @@ void TestStartMenuManager::init()
     QVERIFY(QDir().mkpath(settingDir()));
     m_root = std::make_unique<QMenu>();
     m_startCwd = QDir::currentPath();
+    m_boxes = std::make_unique<BoxWatcher>();
+    m_expectedBoxes = 0;
 }
 
 void TestStartMenuManager::cleanup()
 {
     QDir::setCurrent(m_startCwd);
     m_root.reset();
+    QTest::qWait(100);
+    QCOMPARE(m_boxes->count, m_expectedBoxes);
+    m_boxes.reset();
     m_dir.reset();
 }
 
@@ -419,20 +428,18 @@ void TestStartMenuManager::failingProgramWarnsOnce()
     const ZhCatalogue catalogue(translated);
     QCOMPARE(catalogue.isInstalled(), translated);
 
-    BoxWatcher watcher;
+    m_expectedBoxes = 1;
     StartMenuManager *manager = makeManager();
     manager->runProgram(command);
-    QTRY_COMPARE(watcher.count, 1);
-    QCOMPARE(watcher.title, title);
-    QCOMPARE(watcher.text, text);
+    QTRY_COMPARE(m_boxes->count, 1);
+    QCOMPARE(m_boxes->title, title);
+    QCOMPARE(m_boxes->text, text);
     QTRY_VERIFY(manager->findChildren<QProcess *>().isEmpty());
     QTest::qWait(300);
-    QCOMPARE(watcher.count, 1);
 }
 
 void TestStartMenuManager::runningChildEndsWithManager()
 {
-    BoxWatcher watcher;
     auto *manager = makeManager();
     manager->runProgram("/bin/sleep 30");
     QProcess *process = manager->findChild<QProcess *>();
@@ -444,8 +451,6 @@ void TestStartMenuManager::runningChildEndsWithManager()
     delete manager;
     // Reaped by now, so the id is gone.
     QVERIFY(::kill(pid_t(pid), 0) != 0);
-    QTest::qWait(100);
-    QCOMPARE(watcher.count, 0);
 }
 
 QTEST_MAIN(TestStartMenuManager)

@@ -1,0 +1,83 @@
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+#include <QProcess>
+#include <QRect>
+#include <QRegularExpression>
+#include <QStringList>
+#include <QTemporaryDir>
+
+#include <memory>
+
+// A child process whose output is kept line by line, so a test can wait for what it prints.
+class LineProcess : public QObject
+{
+public:
+    explicit LineProcess(const QString &name, QObject *parent = nullptr);
+    ~LineProcess() override;
+
+    QProcess &process() { return m_process; }
+    qint64 pid() const { return m_process.processId(); }
+    QStringList lines();
+    // Waits until a line matches; returns the match (captures included) or an invalid one.
+    QRegularExpressionMatch waitForLine(const QRegularExpression &re, int timeoutMs = 10000);
+    bool waitForLine(const QString &exact, int timeoutMs = 10000);
+    bool hasLine(const QRegularExpression &re);
+    int countLines(const QRegularExpression &re);
+    void kill();
+
+private:
+    void readAvailable();
+
+    QString m_name;
+    QProcess m_process;
+    QByteArray m_partial;
+    QStringList m_lines;
+};
+
+// One running shell on the offscreen platform with its own runtime directory and socket
+// name, plus the clients a test starts in it. Everything is killed by pid at the end.
+class ShellHarness
+{
+public:
+    ShellHarness();
+    ~ShellHarness();
+
+    QString runtimeDir() const { return m_runtime.path(); }
+    QString socketName() const { return m_socketName; }
+    QString socketPath() const { return m_runtime.path() + QLatin1Char('/') + m_socketName; }
+
+    // The shell's environment: offscreen at 800 x 480, window events logged.
+    QProcessEnvironment shellEnvironment() const;
+    QProcessEnvironment clientEnvironment() const;
+
+    // Starts the shell with "-f" and waits until clients can connect.
+    bool start(const QStringList &extraArgs = {}, const QProcessEnvironment &extraEnv = {});
+    LineProcess &shell() { return *m_shell; }
+
+    LineProcess *startClient(const QString &program, const QStringList &args = {});
+    // The Qt test client; waits until its window is shown and focused in the shell.
+    LineProcess *startQtClient(const QStringList &args = {});
+    // weston-eventdemo logging keys, buttons and motion; waits until its window is shown.
+    LineProcess *startEventDemo();
+
+    // One datagram to the control port, as another program on the device would send it.
+    static void send(const QByteArray &datagram);
+    void key(int unicode, int keycode, bool press);
+    void tap(int unicode, int keycode); // press then release
+
+    // Waits for the shell to log a window event with this geometry.
+    bool waitForWindowGeometry(const QRect &geometry, int timeoutMs = 10000);
+
+private:
+    QTemporaryDir m_runtime;
+    QString m_socketName;
+    std::unique_ptr<LineProcess> m_shell;
+    QList<LineProcess *> m_clients;
+};
+
+// True when a server accepts connections on this Unix socket path.
+bool socketAccepts(const QString &path);
+// The pid of the process listening on this Unix socket, or 0.
+qint64 socketOwnerPid(const QString &path);

@@ -1,0 +1,200 @@
+// The shell as a user meets it: start-up, the single-instance rule, the bar's strip with a
+// maximised client, the function keys, and keys typed into real clients.
+#include "shellharness.h"
+
+#include <QTest>
+
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int KeyF10 = Qt::Key_F10, KeyF11 = Qt::Key_F11, KeyF12 = Qt::Key_F12;
+
+// weston-eventdemo's line for one key: evdev code, character, state and modifier mask.
+QRegularExpression eventDemoKey(int code, int unicode, const char *state, int modifiers)
+{
+    return QRegularExpression(
+        QStringLiteral("^key key: %1, unicode: %2, state: %3, modifiers: 0x%4$")
+            .arg(code)
+            .arg(unicode)
+            .arg(QLatin1String(state))
+            .arg(modifiers, 0, 16));
+}
+
+} // namespace
+
+class TestStartup : public QObject
+{
+    Q_OBJECT
+private slots:
+    void secondInstanceExitsWhileFirstServes();
+    void staleSocketDoesNotStopStartup();
+    void detachesUnlessFirstArgumentIsF_data();
+    void detachesUnlessFirstArgumentIsF();
+    void maximisedClientFollowsTheBar();
+    void functionKeysNeverReachClients();
+    void keysReachEventDemo();
+    void characterWithoutKeyReachesQtClient();
+};
+
+void TestStartup::secondInstanceExitsWhileFirstServes()
+{
+    ShellHarness h;
+    QVERIFY(h.start());
+
+    QProcess second;
+    second.setProcessEnvironment(h.shellEnvironment());
+    second.start(qEnvironmentVariable("TIDESHELL_BINARY"),
+                 {"-f", "--wayland-socket-name", h.socketName()});
+    QVERIFY(second.waitForFinished(10000));
+    QCOMPARE(second.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(second.exitCode(), 1);
+    QVERIFY(second.readAllStandardError().contains("There is already a Server running!"));
+
+    // The first one keeps serving: a new client comes up in it.
+    QVERIFY(h.startQtClient());
+    QCOMPARE(h.shell().process().state(), QProcess::Running);
+}
+
+void TestStartup::staleSocketDoesNotStopStartup()
+{
+    ShellHarness h;
+    // A socket file left behind by a server that died: nobody listens on it.
+    const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    qstrncpy(addr.sun_path, QFile::encodeName(h.socketPath()).constData(), sizeof(addr.sun_path));
+    QCOMPARE(bind(fd, reinterpret_cast<sockaddr *>(&addr), sizeof(addr)), 0);
+    ::close(fd);
+    QVERIFY(QFileInfo::exists(h.socketPath()));
+    QVERIFY(!socketAccepts(h.socketPath()));
+
+    QVERIFY(h.start());
+    QVERIFY(h.startQtClient());
+}
+
+void TestStartup::detachesUnlessFirstArgumentIsF_data()
+{
+    QTest::addColumn<QStringList>("args");
+    QTest::addColumn<bool>("detaches");
+    QTest::newRow("-f") << QStringList{"-f"} << false;
+    QTest::newRow("no argument") << QStringList{} << true;
+    QTest::newRow("-F") << QStringList{"-F"} << true;
+    QTest::newRow("--f") << QStringList{"--f"} << true;
+}
+
+void TestStartup::detachesUnlessFirstArgumentIsF()
+{
+    QFETCH(QStringList, args);
+    QFETCH(bool, detaches);
+    ShellHarness h;
+    QProcess launcher;
+    launcher.setProcessEnvironment(h.shellEnvironment());
+    launcher.start(qEnvironmentVariable("TIDESHELL_BINARY"),
+                   args + QStringList{"--wayland-socket-name", h.socketName()});
+    QVERIFY(launcher.waitForStarted());
+
+    QTRY_VERIFY_WITH_TIMEOUT(socketAccepts(h.socketPath()), 15000);
+    const qint64 server = socketOwnerPid(h.socketPath());
+    QVERIFY(server > 0);
+    if (detaches) {
+        // The process we started has gone; the server lives on under another pid.
+        QTRY_COMPARE_WITH_TIMEOUT(launcher.state(), QProcess::NotRunning, 5000);
+        QCOMPARE(launcher.exitCode(), 0);
+        QVERIFY(server != launcher.processId());
+    } else {
+        QCOMPARE(launcher.state(), QProcess::Running);
+        QCOMPARE(server, launcher.processId());
+    }
+    ::kill(pid_t(server), SIGTERM);
+    QTRY_VERIFY_WITH_TIMEOUT(::kill(pid_t(server), 0) != 0, 5000);
+    launcher.waitForFinished(3000);
+}
+
+void TestStartup::maximisedClientFollowsTheBar()
+{
+    ShellHarness h;
+    QVERIFY(h.start());
+    LineProcess *client = h.startQtClient({"--maximized"});
+    QVERIFY(client);
+    // The bar starts hidden: the whole screen is the client's.
+    QVERIFY(client->waitForLine("size 800 480"));
+    QVERIFY(h.waitForWindowGeometry(QRect(0, 0, 800, 480)));
+
+    h.tap(0, KeyF11);
+    QVERIFY(client->waitForLine("size 800 432"));
+    QVERIFY(h.waitForWindowGeometry(QRect(0, 0, 800, 432)));
+
+    // With the bar at the top, the client sits below it.
+    ShellHarness::send("ttop");
+    QVERIFY(h.waitForWindowGeometry(QRect(0, 48, 800, 432)));
+    ShellHarness::send("tbottom");
+    QVERIFY(h.waitForWindowGeometry(QRect(0, 0, 800, 432)));
+
+    const int fullBefore = client->countLines(QRegularExpression("^size 800 480$"));
+    h.tap(0, KeyF11);
+    QTRY_COMPARE_WITH_TIMEOUT(client->countLines(QRegularExpression("^size 800 480$")),
+                              fullBefore + 1, 10000);
+    QVERIFY(h.waitForWindowGeometry(QRect(0, 0, 800, 480)));
+}
+
+void TestStartup::functionKeysNeverReachClients()
+{
+    ShellHarness h;
+    QVERIFY(h.start());
+    LineProcess *client = h.startQtClient();
+    QVERIFY(client);
+    for (int key : {KeyF10, KeyF11, KeyF12, KeyF11})
+        h.tap(0, key);
+    // A plain key after them proves the key path works and that nothing came before it.
+    h.tap('x', 'X');
+    QVERIFY(client->waitForLine("text x"));
+    QCOMPARE(client->countLines(QRegularExpression("^key press")), 1);
+    // F12 opened the system menu and closed it again; the menu, not the client, had it.
+    QCOMPARE(h.shell().process().state(), QProcess::Running);
+}
+
+void TestStartup::keysReachEventDemo()
+{
+    ShellHarness h;
+    QVERIFY(h.start());
+    LineProcess *demo = h.startEventDemo();
+    QVERIFY(demo);
+
+    h.tap('a', 'A');
+    QVERIFY(demo->waitForLine(eventDemoKey(30, 'a', "pressed", 0)).hasMatch());
+    QVERIFY(demo->waitForLine(eventDemoKey(30, 'a', "released", 0)).hasMatch());
+    // "@" and "A" need Shift on a US keyboard: the client sees the modifier with the key.
+    h.tap('@', '@');
+    QVERIFY(demo->waitForLine(eventDemoKey(3, '@', "pressed", 1)).hasMatch());
+    h.tap('A', 'A');
+    QVERIFY(demo->waitForLine(eventDemoKey(30, 'A', "pressed", 1)).hasMatch());
+    // Keys without a character go by their key code (eventdemo shows BackSpace's keysym).
+    h.tap(8, Qt::Key_Backspace);
+    QVERIFY(demo->waitForLine(eventDemoKey(14, 0xff08, "pressed", 0)).hasMatch());
+    // A character no key produces is bound to a spare key for the moment; eventdemo shows
+    // its keysym, the Unicode keysym of 中.
+    h.tap(0x4E2D, 0);
+    QVERIFY(demo->waitForLine(eventDemoKey(240, 0x1004E2D, "pressed", 0)).hasMatch());
+}
+
+void TestStartup::characterWithoutKeyReachesQtClient()
+{
+    ShellHarness h;
+    QVERIFY(h.start());
+    LineProcess *client = h.startQtClient();
+    QVERIFY(client);
+    h.tap('h', 'H');
+    QVERIFY(client->waitForLine("text h"));
+    // Key code 0: the client takes the character only, through its text input.
+    h.tap(0x4E2D, 0);
+    h.tap(0x6587, 0);
+    QVERIFY(client->waitForLine(QStringLiteral("text h中文")));
+    QCOMPARE(client->countLines(QRegularExpression("^key press")), 1);
+}
+
+QTEST_GUILESS_MAIN(TestStartup)
+#include "tst_e2e_startup.moc"
