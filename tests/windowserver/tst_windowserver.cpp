@@ -1,0 +1,209 @@
+// The window server's own logic in-process: which key carries a character, where synthetic
+// pointer events go among the shell's windows, and that no-focus windows stay out of the way.
+#include "application.h"
+#include "keymapper.h"
+#include "qwskeyboardwidget.h"
+#include "testserver.h"
+#include "windowserver.h"
+
+#include <QLineEdit>
+#include <QPushButton>
+#include <QSignalSpy>
+
+namespace {
+
+// Records the mouse events a widget gets, as "press x y", "release x y".
+class MouseLog : public QWidget
+{
+public:
+    MouseLog() { setWindowFlags(Qt::FramelessWindowHint); }
+    QStringList events;
+
+protected:
+    void mousePressEvent(QMouseEvent *e) override { log("press", e); }
+    void mouseReleaseEvent(QMouseEvent *e) override { log("release", e); }
+
+private:
+    void log(const char *what, QMouseEvent *e)
+    {
+        events << QStringLiteral("%1 %2 %3")
+                      .arg(QLatin1String(what))
+                      .arg(e->position().x())
+                      .arg(e->position().y());
+    }
+};
+
+} // namespace
+
+class TestWindowServer : public QObject
+{
+    Q_OBJECT
+private slots:
+    void keyForCharacter_data();
+    void keyForCharacter();
+    void extraCharactersUseSpareKeys();
+    void pointerGoesToTheWindowUnderIt();
+    void pointerStaysWithTheWindowThatGotThePress();
+    void noFocusWindowsNeverKeepTheFocus();
+    void environmentForChildren();
+
+private:
+    WindowServer m_server;
+};
+
+void TestWindowServer::keyForCharacter_data()
+{
+    QTest::addColumn<int>("character");
+    QTest::addColumn<int>("qtKey");
+    QTest::addColumn<uint>("keycode");
+    QTest::addColumn<bool>("shift");
+    // xkb key codes are evdev codes plus 8.
+    QTest::newRow("a") << int('a') << 0 << 38u << false;
+    QTest::newRow("A") << int('A') << 0 << 38u << true;
+    QTest::newRow("2") << int('2') << 0 << 11u << false;
+    QTest::newRow("@") << int('@') << 0 << 11u << true;
+    QTest::newRow("space") << int(' ') << 0 << 65u << false;
+    QTest::newRow("Key_Escape") << 0 << int(Qt::Key_Escape) << 9u << false;
+    QTest::newRow("Key_Enter is the keypad's") << 0 << int(Qt::Key_Enter) << 104u << false;
+    QTest::newRow("Key_Return") << 0 << int(Qt::Key_Return) << 36u << false;
+    QTest::newRow("Key_F1") << 0 << int(Qt::Key_F1) << 67u << false;
+    QTest::newRow("Key_Left") << 0 << int(Qt::Key_Left) << 113u << false;
+    QTest::newRow("Key_A means the a key") << 0 << int(Qt::Key_A) << 38u << false;
+    QTest::newRow("中 has no key") << 0x4E2D << 0 << 0u << false;
+}
+
+void TestWindowServer::keyForCharacter()
+{
+    QFETCH(int, character);
+    QFETCH(int, qtKey);
+    QFETCH(uint, keycode);
+    QFETCH(bool, shift);
+    QTemporaryDir extra;
+    KeyMapper keys(extra.path(), "us");
+    QVERIFY(keys.isValid());
+    const KeyMapper::Key key =
+        character ? keys.keyForCharacter(char32_t(character)) : keys.keyForQtKey(qtKey);
+    QCOMPARE(key.keycode, keycode);
+    QCOMPARE(key.shift, shift);
+}
+
+void TestWindowServer::extraCharactersUseSpareKeys()
+{
+    QTemporaryDir extra;
+    qputenv("XKB_CONFIG_EXTRA_PATH", QFile::encodeName(extra.path()));
+    KeyMapper keys(extra.path(), "us");
+    QString v1, v2, v3;
+    const KeyMapper::Key zhong = keys.bindExtraCharacter(0x4E2D, &v1);
+    QCOMPARE(zhong.keycode, 248u);
+    // The new layout is really in force: the character now has its key.
+    QCOMPARE(keys.keyForCharacter(0x4E2D).keycode, 248u);
+    QCOMPARE(keys.keyForCharacter('@').keycode, 11u);
+    // A second character takes the next key and switches variant, so the compositor reloads.
+    const KeyMapper::Key wen = keys.bindExtraCharacter(0x6587, &v2);
+    QCOMPARE(wen.keycode, 249u);
+    QVERIFY(v1 != v2);
+    // A character still bound keeps its key and needs no reload.
+    QCOMPARE(keys.bindExtraCharacter(0x4E2D, &v3).keycode, 248u);
+    QCOMPARE(v3, v2);
+    // Eight spare keys, used round-robin: the ninth new character reuses the first key.
+    for (char32_t c = 0x4E00; c < 0x4E06; ++c)
+        QVERIFY(keys.bindExtraCharacter(c, nullptr).isValid());
+    QCOMPARE(keys.bindExtraCharacter(0x4E07, nullptr).keycode, 248u);
+    QVERIFY(!keys.keyForCharacter(0x4E2D).isValid());
+}
+
+void TestWindowServer::pointerGoesToTheWindowUnderIt()
+{
+    MouseLog below, onTop;
+    below.setGeometry(100, 100, 200, 100);
+    onTop.setGeometry(150, 120, 100, 50);
+    onTop.setWindowFlags(onTop.windowFlags() | Qt::WindowStaysOnTopHint);
+    // Shown first, yet above: windows that stay on top win.
+    onTop.show();
+    below.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&below));
+    QVERIFY(QTest::qWaitForWindowExposed(&onTop));
+
+    m_server.sendMouseEvent(QPoint(160, 130), Qt::LeftButton, 0);
+    m_server.sendMouseEvent(QPoint(160, 130), 0, 0);
+    QCOMPARE(onTop.events, (QStringList{"press 10 10", "release 10 10"}));
+    m_server.sendMouseEvent(QPoint(110, 110), Qt::LeftButton, 0);
+    m_server.sendMouseEvent(QPoint(110, 110), 0, 0);
+    QCOMPARE(below.events, (QStringList{"press 10 10", "release 10 10"}));
+
+    // A button clicked by a synthetic press and release is clicked.
+    QPushButton button("OK");
+    button.setGeometry(400, 300, 80, 40);
+    button.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&button));
+    QSignalSpy clicked(&button, &QPushButton::clicked);
+    m_server.sendMouseEvent(QPoint(420, 310), Qt::LeftButton, 0);
+    m_server.sendMouseEvent(QPoint(420, 310), 0, 0);
+    QCOMPARE(clicked.count(), 1);
+}
+
+void TestWindowServer::pointerStaysWithTheWindowThatGotThePress()
+{
+    MouseLog first, second;
+    first.setGeometry(0, 0, 100, 100);
+    second.setGeometry(300, 0, 100, 100);
+    first.show();
+    second.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&second));
+    m_server.sendMouseEvent(QPoint(50, 50), Qt::LeftButton, 0);
+    // Dragged onto the other window and released there: the release is still the first's.
+    m_server.sendMouseEvent(QPoint(350, 50), Qt::LeftButton, 0);
+    m_server.sendMouseEvent(QPoint(350, 50), 0, 0);
+    QCOMPARE(first.events, (QStringList{"press 50 50", "release 350 50"}));
+    QVERIFY(second.events.isEmpty());
+    // The next press goes where the pointer is.
+    m_server.sendMouseEvent(QPoint(350, 50), Qt::RightButton, 0);
+    m_server.sendMouseEvent(QPoint(350, 50), 0, 0);
+    QCOMPARE(second.events, (QStringList{"press 50 50", "release 50 50"}));
+}
+
+void TestWindowServer::noFocusWindowsNeverKeepTheFocus()
+{
+    QLineEdit edit;
+    edit.move(0, 300);
+    edit.show();
+    edit.activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(&edit));
+
+    // The soft keyboard is shown and tapped; the line edit keeps the focus and gets the keys.
+    QwsKeyBoardWidget keyboard(nullptr);
+    keyboard.move(0, 0);
+    keyboard.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&keyboard));
+    QTRY_COMPARE(QApplication::activeWindow(), &edit);
+    auto *q = keyboard.findChild<QPushButton *>("btn_1_2");
+    const QPoint at = q->mapToGlobal(q->rect().center());
+    m_server.sendMouseEvent(at, Qt::LeftButton, 0);
+    m_server.sendMouseEvent(at, 0, 0);
+    QCOMPARE(QApplication::activeWindow(), &edit);
+    QCOMPARE(QApplication::focusWidget(), &edit);
+
+    // A key sent to the focus reaches the server's own focused widget as a key event.
+    m_server.sendKeyEvent('q', Qt::Key_Q, Qt::NoModifier, true, false);
+    m_server.sendKeyEvent('q', Qt::Key_Q, Qt::NoModifier, false, false);
+    QCOMPARE(edit.text(), "q");
+}
+
+void TestWindowServer::environmentForChildren()
+{
+    const QProcessEnvironment env = m_server.clientEnvironment();
+    QCOMPARE(env.value("WAYLAND_DISPLAY"), m_server.socketName());
+    QVERIFY(m_server.socketName().startsWith("tide-unit-"));
+    QCOMPARE(env.value("XDG_RUNTIME_DIR"), qEnvironmentVariable("XDG_RUNTIME_DIR"));
+    QCOMPARE(env.value("QT_QPA_PLATFORM"), "wayland");
+    QCOMPARE(env.value("GDK_BACKEND"), "wayland");
+    QCOMPARE(env.value("SDL_VIDEODRIVER"), "wayland");
+    QVERIFY(QFileInfo(m_server.socketPath()).exists());
+}
+
+int main(int argc, char **argv)
+{
+    return runWithServer<Application, TestWindowServer>(argc, argv);
+}
+
+#include "tst_windowserver.moc"
