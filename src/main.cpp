@@ -1,6 +1,7 @@
 // Start-up of the shell: refuse to run twice, detach unless asked not to, become the window
 // server, and build the bar that carries everything else.
 #include "application.h"
+#include "datetimesettingdlg.h"
 #include "titlebarwidget.h"
 #include "windowserver.h"
 
@@ -56,6 +57,10 @@ int main(int argc, char **argv)
     QTranslator translator;
     (void)translator.load(QStringLiteral(":/zh_CN.qm"));
     QCoreApplication::installTranslator(&translator);
+
+    // Development machines and tests replace the device's clock program.
+    if (!qEnvironmentVariableIsEmpty("TIDESHELL_CLOCK_PROGRAM"))
+        DateTimeSettingDlg::setClockProgram(qEnvironmentVariable("TIDESHELL_CLOCK_PROGRAM"));
 
     server.setDesktopColor(QColor(51, 153, 128));
     server.showDesktop();

@@ -4,13 +4,18 @@
 #include "controlcommand.h"
 #include "customlabel.h"
 #include "datetimesettingdlg.h"
+#include "qtmyiconstyle.h"
 #include "qwskeyboardwidget.h"
+#include "startmenumanager.h"
+#include "sysrundialog.h"
 
 #include <QDateTime>
 #include <QGuiApplication>
 #include <QKeyEvent>
 #include <QMenu>
+#include <QMessageBox>
 #include <QNetworkInterface>
+#include <QProcess>
 #include <QScreen>
 #include <QTimer>
 #include <QUdpSocket>
@@ -29,6 +34,15 @@ QList<InterfaceAddresses> currentInterfaces()
         list.append(entry);
     }
     return list;
+}
+
+// Port 60000; development machines and tests that run several shells at once give each its
+// own through TIDESHELL_CONTROL_PORT (0: any free port).
+quint16 controlPort()
+{
+    bool ok = false;
+    const int port = qEnvironmentVariableIntValue("TIDESHELL_CONTROL_PORT", &ok);
+    return ok && port >= 0 && port < 65536 ? quint16(port) : ControlPort;
 }
 
 QString dateText()
@@ -73,10 +87,12 @@ TitleBarWidget::TitleBarWidget(QWidget *parent) : QWidget(parent), ui(new Ui::Ti
     connect(m_clockTimer, &QTimer::timeout, this, &TitleBarWidget::onTimeOut);
     onTimeOut();
 
+    buildSystemMenu();
+
     // Other programs steer the bar through this port. If it cannot be bound the shell runs
     // without remote control.
     m_ctrlSocket = new QUdpSocket(this);
-    m_ctrlSocket->bind(ControlPort, QUdpSocket::ShareAddress | QUdpSocket::ReuseAddressHint);
+    m_ctrlSocket->bind(controlPort(), QUdpSocket::ShareAddress | QUdpSocket::ReuseAddressHint);
     connect(m_ctrlSocket, &QUdpSocket::readyRead, this, &TitleBarWidget::onCtrlSockActivated);
 
     // Laid out once at the bottom, then hidden: the whole screen starts free for clients.
@@ -224,13 +240,6 @@ void TitleBarWidget::onSftKbdNewString(QString str)
     }
 }
 
-// Filled in by the control port, the keyboard, the start menu and the date dialog.
-void TitleBarWidget::onSysMenuHidden() {}
-void TitleBarWidget::onSysMenuRunTrigger() {}
-void TitleBarWidget::onSysMenuRebootTrigger() {}
-void TitleBarWidget::onSysRunDialogAccepted() {}
-void TitleBarWidget::on_sysStartBtn_clicked(bool) {}
-
 // ---- control port -----------------------------------------------------------------------
 
 void TitleBarWidget::onCtrlSockActivated()
@@ -375,4 +384,94 @@ void TitleBarWidget::onLabelClicked()
     if (it == m_labels.constEnd())
         return;
     m_ctrlSocket->writeDatagram(clickReport(label->objectName()), it->address, it->port);
+}
+
+// ---- system menu ------------------------------------------------------------------------
+
+void TitleBarWidget::buildSystemMenu()
+{
+    m_iconStyle = new QTMyIconStyle;
+    m_sysMenu = new QMenu(this);
+    m_sysMenu->setStyle(m_iconStyle);
+
+    // Entry files live in fixed folders on the device; a development machine or a test can
+    // name another folder holding the same two sub-folders.
+    const QString root = qEnvironmentVariable("TIDESHELL_STARTMENU_DIR");
+    m_startMenu = root.isEmpty()
+                      ? new StartMenuManager(m_sysMenu, this)
+                      : new StartMenuManager(m_sysMenu, root + QStringLiteral("/.Program"),
+                                             root + QStringLiteral("/.Setting"), this);
+    if (WindowServer *server = WindowServer::instance())
+        m_startMenu->setProcessEnvironment(server->clientEnvironment());
+    connect(m_startMenu, &StartMenuManager::innerCommand, this, &TitleBarWidget::onInnerCommand);
+    m_startMenu->loadStartMenu();
+
+    connect(m_sysMenu, &QMenu::aboutToHide, this, &TitleBarWidget::onSysMenuHidden);
+
+    // The captions are fixed Chinese texts, not translations.
+    m_programMenu = m_startMenu->programMenu();
+    m_programMenu->setTitle(QStringLiteral("程序"));
+    m_programMenu->setIcon(QIcon(QStringLiteral(":/icon/sys/program.png")));
+    m_settingMenu = m_startMenu->settingMenu();
+    m_settingMenu->setTitle(QStringLiteral("设置"));
+    m_settingMenu->setIcon(QIcon(QStringLiteral(":/icon/sys/setting.png")));
+
+    m_runAction =
+        new QAction(QIcon(QStringLiteral(":/icon/sys/run.png")), QStringLiteral("运行"), m_sysMenu);
+    connect(m_runAction, &QAction::triggered, this, &TitleBarWidget::onSysMenuRunTrigger);
+    m_sysMenu->addAction(m_runAction);
+    m_rebootAction = new QAction(QIcon(QStringLiteral(":/icon/sys/reboot.png")),
+                                 QStringLiteral("重启"), m_sysMenu);
+    connect(m_rebootAction, &QAction::triggered, this, &TitleBarWidget::onSysMenuRebootTrigger);
+    m_sysMenu->addAction(m_rebootAction);
+    // Its real height, so the menu opens with its lower edge on the start button.
+    m_sysMenu->adjustSize();
+
+    m_runDialog = new SysRunDialog(this);
+    m_runDialog->setModal(false);
+    m_runDialog->setKeyboardWidget(m_keyboard);
+    connect(m_runDialog, &QDialog::accepted, this, &TitleBarWidget::onSysRunDialogAccepted);
+}
+
+void TitleBarWidget::on_sysStartBtn_clicked(bool checked)
+{
+    if (checked && m_sysMenu->isHidden())
+        m_sysMenu->popup(m_menuPos);
+    else
+        m_sysMenu->hide();
+}
+
+void TitleBarWidget::onSysMenuHidden()
+{
+    // The button stays pressed exactly while the menu is open.
+    ui->sysStartBtn->setChecked(false);
+}
+
+void TitleBarWidget::onSysMenuRunTrigger()
+{
+    // Remembers whether the keyboard was up, clears the line, brings up the keyboard and
+    // the dialog; nothing happens while the dialog is already open.
+    m_runDialog->showWithKeyboard();
+}
+
+void TitleBarWidget::onSysRunDialogAccepted()
+{
+    const QString command = m_runDialog->programPath();
+    if (!command.isEmpty())
+        m_startMenu->runProgram(command, QString());
+    // The dialog puts the keyboard back as it was once it has been accepted.
+}
+
+void TitleBarWidget::onSysMenuRebootTrigger()
+{
+    const auto answer =
+        QMessageBox::warning(this, tr("Warning"), tr("Do you sure you want to reboot?"),
+                             QMessageBox::Yes | QMessageBox::No, QMessageBox::No);
+    if (answer != QMessageBox::Yes)
+        return;
+    // The reboot ends the shell; until it does, the shell waits for it.
+    QProcess reboot;
+    reboot.start(QStringLiteral("reboot"), QStringList(), QIODevice::ReadWrite);
+    reboot.waitForStarted(30000);
+    reboot.waitForFinished(30000);
 }

@@ -17,6 +17,8 @@ class QAction;
 class CustomLabel;
 class QTMyIconStyle;
 class QwsKeyBoardWidget;
+class StartMenuManager;
+class SysRunDialog;
 
 namespace Ui {
 class TitleBarWidget;
@@ -35,6 +37,7 @@ public:
     int titleBarPosition() const { return position; }
     QPoint menuPosition() const { return m_menuPos; }
     QwsKeyBoardWidget *keyboard() const { return m_keyboard; }
+    QMenu *systemMenu() const { return m_sysMenu; }
 
 public slots:
     void onSpecialKey(int keycode, bool isPressed);
@@ -72,6 +75,7 @@ private:
     };
 
     void refreshDate();
+    void buildSystemMenu();
     void runControlCommand(const QByteArray &datagram, const QHostAddress &sender,
                            quint16 senderPort);
     void addLabel(const QString &name, const QString &text, const QHostAddress &sender,
@@ -86,6 +90,14 @@ private:
     // Top-level and without parent; it lives as long as the process and is never deleted.
     QwsKeyBoardWidget *m_keyboard = nullptr;
     QMap<QString, LabelEntry> m_labels;
-    QPoint m_menuPos;
+    // The system menu's style; never deleted, like the keyboard.
+    QTMyIconStyle *m_iconStyle = nullptr;
     QMenu *m_sysMenu = nullptr;
+    QMenu *m_programMenu = nullptr;
+    QMenu *m_settingMenu = nullptr;
+    QAction *m_runAction = nullptr;
+    QAction *m_rebootAction = nullptr;
+    QPoint m_menuPos;
+    SysRunDialog *m_runDialog = nullptr;
+    StartMenuManager *m_startMenu = nullptr;
 };

@@ -77,12 +77,25 @@ public:
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override
     {
-        if (event->type() == QEvent::Show && watched->isWindowType()) {
-            auto *w = static_cast<QWindow *>(watched);
+        const QEvent::Type type = event->type();
+        if ((type != QEvent::Show && type != QEvent::Hide) || !watched->isWindowType())
+            return false;
+        auto *w = static_cast<QWindow *>(watched);
+        if (type == QEvent::Show) {
             m_order.removeAll(nullptr);
             m_order.removeAll(w);
             m_order.append(w);
         }
+        const QRect g = w->geometry();
+        qCInfo(lcWindowServer).noquote()
+            << QStringLiteral("server window %1 %2 x=%3 y=%4 w=%5 h=%6 title=%7")
+                   .arg(type == QEvent::Show ? QLatin1String("Show") : QLatin1String("Hide"))
+                   .arg(w->objectName())
+                   .arg(g.x())
+                   .arg(g.y())
+                   .arg(g.width())
+                   .arg(g.height())
+                   .arg(w->title());
         return false;
     }
 
@@ -726,7 +739,9 @@ void WindowServer::sendKeyEvent(int unicode, int keycode, Qt::KeyboardModifiers 
     // Delivered as a window-system key event, so the application's filter and Qt's focus
     // handling see it exactly as they see a real key: a focused server window gets it as a
     // QKeyEvent; otherwise the desktop view passes it on to the focused client.
-    QWindow *target = QGuiApplication::focusWindow();
+    // An open menu of the shell takes the keys, as it takes the pointer.
+    QWidget *popup = QApplication::activePopupWidget();
+    QWindow *target = popup ? popup->windowHandle() : QGuiApplication::focusWindow();
     if (!target || target->flags().testFlag(Qt::WindowDoesNotAcceptFocus))
         target = d->view;
     const char32_t ucs4 = char32_t(unicode);

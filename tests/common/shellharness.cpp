@@ -28,6 +28,13 @@ int connectUnix(const QString &path)
 
 } // namespace
 
+quint16 freeUdpPort()
+{
+    QUdpSocket probe;
+    probe.bind(QHostAddress::LocalHost, 0);
+    return probe.localPort();
+}
+
 bool socketAccepts(const QString &path)
 {
     const int fd = connectUnix(path);
@@ -133,6 +140,7 @@ ShellHarness::ShellHarness()
     static int counter = 0;
     m_socketName =
         QStringLiteral("tide-test-%1-%2").arg(QCoreApplication::applicationPid()).arg(++counter);
+    m_port = freeUdpPort();
 }
 
 ShellHarness::~ShellHarness()
@@ -148,6 +156,7 @@ QProcessEnvironment ShellHarness::shellEnvironment() const
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert("XDG_RUNTIME_DIR", m_runtime.path());
     env.insert("QT_LOGGING_RULES", "tideshell.windowserver=true;qt.qpa.*=false");
+    env.insert("TIDESHELL_CONTROL_PORT", QString::number(m_port));
     env.remove("WAYLAND_DISPLAY");
     return env;
 }
@@ -180,7 +189,7 @@ bool ShellHarness::start(const QStringList &extraArgs, const QProcessEnvironment
         QTest::qWait(20);
     }
     // The control port is bound by the bar, which is built after the compositor listens.
-    QTest::qWait(200);
+    return m_shell->waitForLine(QRegularExpression("server window Show TitleBarWidget")).hasMatch();
     return true;
 }
 
@@ -218,10 +227,10 @@ LineProcess *ShellHarness::startEventDemo()
     return client;
 }
 
-void ShellHarness::send(const QByteArray &datagram)
+void ShellHarness::send(const QByteArray &datagram) const
 {
     QUdpSocket socket;
-    socket.writeDatagram(datagram, QHostAddress::LocalHost, 60000);
+    socket.writeDatagram(datagram, QHostAddress::LocalHost, m_port);
     socket.waitForBytesWritten(1000);
 }
 

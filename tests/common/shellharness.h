@@ -62,8 +62,11 @@ public:
     // weston-eventdemo logging keys, buttons and motion; waits until its window is shown.
     LineProcess *startEventDemo();
 
+    // The shell's control port: a free one of its own, so shells of parallel tests never
+    // see each other's datagrams.
+    quint16 controlPort() const { return m_port; }
     // One datagram to the control port, as another program on the device would send it.
-    static void send(const QByteArray &datagram);
+    void send(const QByteArray &datagram) const;
     void key(int unicode, int keycode, bool press);
     void tap(int unicode, int keycode); // press then release
 
@@ -73,10 +76,13 @@ public:
 private:
     QTemporaryDir m_runtime;
     QString m_socketName;
+    quint16 m_port = 0;
     std::unique_ptr<LineProcess> m_shell;
     QList<LineProcess *> m_clients;
 };
 
+// A UDP port that nobody uses at the moment.
+quint16 freeUdpPort();
 // True when a server accepts connections on this Unix socket path.
 bool socketAccepts(const QString &path);
 // The pid of the process listening on this Unix socket, or 0.
