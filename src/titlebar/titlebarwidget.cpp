@@ -12,6 +12,7 @@
 #include <QDateTime>
 #include <QGuiApplication>
 #include <QKeyEvent>
+#include <QLoggingCategory>
 #include <QMenu>
 #include <QMessageBox>
 #include <QNetworkInterface>
@@ -19,6 +20,8 @@
 #include <QScreen>
 #include <QTimer>
 #include <QUdpSocket>
+
+Q_LOGGING_CATEGORY(lcTitleBar, "tideshell.titlebar", QtWarningMsg)
 
 namespace {
 
@@ -337,6 +340,7 @@ void TitleBarWidget::addLabel(const QString &name, const QString &text, const QH
     if (it != m_labels.constEnd()) {
         // Reports keep going to whoever made the label first.
         it->label->setText(text);
+        qCInfo(lcTitleBar).noquote() << "label text" << name;
         return;
     }
     auto *label = new CustomLabel(this);
@@ -345,6 +349,7 @@ void TitleBarWidget::addLabel(const QString &name, const QString &text, const QH
     label->setText(text);
     ui->middleLayout->addWidget(label);
     m_labels.insert(name, LabelEntry{sender, senderPort, label});
+    qCInfo(lcTitleBar).noquote() << "label added" << name;
 }
 
 void TitleBarWidget::deleteLabel(const QString &name)
@@ -357,6 +362,7 @@ void TitleBarWidget::deleteLabel(const QString &name)
         delete label;
     }
     m_labels.erase(it);
+    qCInfo(lcTitleBar).noquote() << "label removed" << name;
 }
 
 void TitleBarWidget::setChildTextColor(const QColor &color)

@@ -108,10 +108,11 @@ int LineProcess::countLines(const QRegularExpression &re)
     return n;
 }
 
-QRegularExpressionMatch LineProcess::waitForLine(const QRegularExpression &re, int timeoutMs)
+QRegularExpressionMatch LineProcess::waitForLine(const QRegularExpression &re, int timeoutMs,
+                                                 int from)
 {
     QDeadlineTimer deadline(timeoutMs);
-    int checked = 0;
+    int checked = from;
     for (;;) {
         const QStringList all = lines();
         for (; checked < all.size(); ++checked) {
@@ -128,11 +129,11 @@ QRegularExpressionMatch LineProcess::waitForLine(const QRegularExpression &re, i
     return QRegularExpressionMatch();
 }
 
-bool LineProcess::waitForLine(const QString &exact, int timeoutMs)
+bool LineProcess::waitForLine(const QString &exact, int timeoutMs, int from)
 {
     const QRegularExpression re(QLatin1Char('^') + QRegularExpression::escape(exact) +
                                 QLatin1Char('$'));
-    return waitForLine(re, timeoutMs).hasMatch();
+    return waitForLine(re, timeoutMs, from).hasMatch();
 }
 
 ShellHarness::ShellHarness()
@@ -218,9 +219,9 @@ LineProcess *ShellHarness::startQtClient(const QStringList &args)
 
 LineProcess *ShellHarness::startEventDemo()
 {
-    LineProcess *client =
-        startClient(QStringLiteral("stdbuf"), {"-oL", "weston-eventdemo", "--log-key",
-                                               "--log-button", "--log-motion", "--log-focus"});
+    LineProcess *client = startClient(QStringLiteral("stdbuf"),
+                                      {"-oL", "weston-eventdemo", "--log-key", "--log-button",
+                                       "--log-motion", "--log-focus", "--log-axis"});
     if (!m_shell->waitForLine(QRegularExpression(QStringLiteral("window \\d+ Active .*EventDemo")))
              .hasMatch())
         return nullptr;
@@ -245,12 +246,12 @@ void ShellHarness::tap(int unicode, int keycode)
     key(unicode, keycode, false);
 }
 
-bool ShellHarness::waitForWindowGeometry(const QRect &g, int timeoutMs)
+bool ShellHarness::waitForWindowGeometry(const QRect &g, int timeoutMs, int from)
 {
     const QRegularExpression re(QStringLiteral("window \\d+ \\w+ x=%1 y=%2 w=%3 h=%4 ")
                                     .arg(g.x())
                                     .arg(g.y())
                                     .arg(g.width())
                                     .arg(g.height()));
-    return m_shell->waitForLine(re, timeoutMs).hasMatch();
+    return m_shell->waitForLine(re, timeoutMs, from).hasMatch();
 }

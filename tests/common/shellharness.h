@@ -20,9 +20,13 @@ public:
     QProcess &process() { return m_process; }
     qint64 pid() const { return m_process.processId(); }
     QStringList lines();
-    // Waits until a line matches; returns the match (captures included) or an invalid one.
-    QRegularExpressionMatch waitForLine(const QRegularExpression &re, int timeoutMs = 10000);
-    bool waitForLine(const QString &exact, int timeoutMs = 10000);
+    // The number of lines so far: a mark to wait for later lines only.
+    int mark() { return int(lines().size()); }
+    // Waits until a line from line `from` on matches; returns the match (captures included)
+    // or an invalid one.
+    QRegularExpressionMatch waitForLine(const QRegularExpression &re, int timeoutMs = 10000,
+                                        int from = 0);
+    bool waitForLine(const QString &exact, int timeoutMs = 10000, int from = 0);
     bool hasLine(const QRegularExpression &re);
     int countLines(const QRegularExpression &re);
     void kill();
@@ -70,8 +74,8 @@ public:
     void key(int unicode, int keycode, bool press);
     void tap(int unicode, int keycode); // press then release
 
-    // Waits for the shell to log a window event with this geometry.
-    bool waitForWindowGeometry(const QRect &geometry, int timeoutMs = 10000);
+    // Waits for the shell to log a window event with this geometry, from line `from` on.
+    bool waitForWindowGeometry(const QRect &geometry, int timeoutMs = 10000, int from = 0);
 
 private:
     QTemporaryDir m_runtime;

@@ -1,0 +1,273 @@
+// The soft keyboard as a user meets it in the running shell: brought up from the bar's
+// keyboard button or the control port, typing into a focused Qt client in English and in
+// pinyin, and dragged around by its label. Every tap is real pointer input through the
+// control port's "smouse", routed by the shell like a finger on the screen.
+//
+// Where a button sits on the screen is worked out from a keyboard built in this process: it
+// has the same form, style, fonts and catalogue as the shell's, so once it has the size the
+// shell logs for its keyboard, its buttons lie where the shell's do, relative to the
+// keyboard's top-left corner.
+#include "qwskeyboardwidget.h"
+#include "shellharness.h"
+
+#include <QLabel>
+#include <QLayout>
+#include <QPushButton>
+#include <QStyle>
+#include <QTest>
+#include <QTranslator>
+
+namespace {
+
+const char *const KeyboardWindow = "QwsKeyBoardWidgetWindow";
+const char *const BarWindow = "TitleBarWidgetWindow";
+
+QRegularExpression serverWindow(const char *event, const char *window)
+{
+    return QRegularExpression(
+        QStringLiteral("server window %1 %2 x=(-?\\d+) y=(-?\\d+) w=(\\d+) h=(\\d+)")
+            .arg(QLatin1String(event), QLatin1String(window)));
+}
+
+// Waits until the shell has logged this event of one of its windows `count` times in all and
+// returns the window's geometry at the last one; an invalid rect if it never got there.
+QRect waitForServerWindow(ShellHarness &h, const char *event, const char *window, int count)
+{
+    const QRegularExpression re = serverWindow(event, window);
+    QDeadlineTimer deadline(10000);
+    while (h.shell().countLines(re) < count) {
+        if (deadline.hasExpired()) {
+            qWarning().noquote() << "tideshell logged" << h.shell().countLines(re) << "of" << count
+                                 << re.pattern() << "; it printed:\n"
+                                 << h.shell().lines().join(QLatin1Char('\n'));
+            return QRect();
+        }
+        QTest::qWait(20);
+    }
+    QRect last;
+    for (const QString &line : h.shell().lines()) {
+        const QRegularExpressionMatch m = re.match(line);
+        if (m.hasMatch())
+            last = QRect(m.captured(1).toInt(), m.captured(2).toInt(), m.captured(3).toInt(),
+                         m.captured(4).toInt());
+    }
+    return last;
+}
+
+void pointer(ShellHarness &h, const QPoint &p, bool down)
+{
+    h.send(QStringLiteral("smouse %1,%2,%3,0").arg(p.x()).arg(p.y()).arg(down ? 1 : 0).toLatin1());
+}
+
+void tapAt(ShellHarness &h, const QPoint &p)
+{
+    pointer(h, p, true);
+    pointer(h, p, false);
+}
+
+// A finger put down at `from`, slid to `to` in a few steps and lifted there.
+void dragBy(ShellHarness &h, const QPoint &from, const QPoint &displacement)
+{
+    constexpr int Steps = 4;
+    pointer(h, from, true);
+    for (int i = 1; i <= Steps; ++i)
+        pointer(h, from + displacement * i / Steps, true);
+    pointer(h, from + displacement, false);
+}
+
+// The keyboard's place on the screen as the shell has it now: hiding and showing it again
+// makes the shell log its geometry.
+QRect keyboardGeometryNow(ShellHarness &h)
+{
+    const int shown = h.shell().countLines(serverWindow("Show", KeyboardWindow));
+    h.send("kbdhide");
+    h.send("kbdshow");
+    return waitForServerWindow(h, "Show", KeyboardWindow, shown + 1);
+}
+
+} // namespace
+
+class TestE2eKeyboard : public QObject
+{
+    Q_OBJECT
+private slots:
+    void initTestCase();
+    void cleanupTestCase();
+    void typesEnglishThenPinyinIntoFocusedClient();
+    void showAndHide_data();
+    void showAndHide();
+    void dragMovesKeyboardWithThePointer();
+
+private:
+    // Where the keyboard's button or label of this name is on the screen, for a keyboard
+    // the shell shows with this geometry.
+    QPoint centreOf(const QRect &keyboard, const char *name, QPoint local = QPoint(-1, -1));
+    void typeKeys(ShellHarness &h, const QRect &keyboard, const QList<const char *> &names);
+    // The bar's keyboard button, for a bar the shell shows with this geometry.
+    QPoint keyboardButton(const QRect &bar) const;
+
+    QTranslator m_catalogue;
+    QwsKeyBoardWidget *m_face = nullptr;
+};
+
+void TestE2eKeyboard::initTestCase()
+{
+    QVERIFY(m_catalogue.load(QStringLiteral(":/zh_CN.qm")));
+    QCoreApplication::installTranslator(&m_catalogue);
+    m_face = new QwsKeyBoardWidget;
+    m_face->show();
+    QVERIFY(QTest::qWaitForWindowExposed(m_face));
+}
+
+void TestE2eKeyboard::cleanupTestCase()
+{
+    delete m_face;
+    QCoreApplication::removeTranslator(&m_catalogue);
+}
+
+QPoint TestE2eKeyboard::centreOf(const QRect &keyboard, const char *name, QPoint local)
+{
+    if (m_face->size() != keyboard.size()) {
+        m_face->resize(keyboard.size());
+        m_face->layout()->activate();
+    }
+    auto *widget = m_face->findChild<QWidget *>(QLatin1String(name));
+    if (!widget) {
+        qWarning() << "the keyboard has no" << name;
+        return QPoint(-1, -1);
+    }
+    if (local == QPoint(-1, -1))
+        local = widget->rect().center();
+    return keyboard.topLeft() + widget->mapTo(m_face, local);
+}
+
+void TestE2eKeyboard::typeKeys(ShellHarness &h, const QRect &keyboard,
+                               const QList<const char *> &names)
+{
+    for (const char *name : names)
+        tapAt(h, centreOf(keyboard, name));
+}
+
+QPoint TestE2eKeyboard::keyboardButton(const QRect &bar) const
+{
+    // The 48 x 48 button ends the bar's row, inside the layout's right margin.
+    const int margin = m_face->style()->pixelMetric(QStyle::PM_LayoutRightMargin);
+    return QPoint(bar.x() + bar.width() - margin - 24, bar.y() + 24);
+}
+
+void TestE2eKeyboard::typesEnglishThenPinyinIntoFocusedClient()
+{
+    ShellHarness h;
+    QVERIFY(h.start());
+    LineProcess *client = h.startQtClient();
+    QVERIFY(client);
+
+    // As a user does it: bring up the bar, tap its keyboard button.
+    h.send("topen");
+    const QRect bar = waitForServerWindow(h, "Show", BarWindow, 2);
+    QVERIFY(bar.isValid());
+    tapAt(h, keyboardButton(bar));
+    const QRect keyboard = waitForServerWindow(h, "Show", KeyboardWindow, 1);
+    QVERIFY(keyboard.isValid());
+
+    // English: every tap is a key press and release for the client; "l" twice in a row.
+    typeKeys(h, keyboard, {"btn_2_7", "btn_1_4", "btn_2_10", "btn_2_10", "btn_1_10"});
+    QVERIFY(client->waitForLine(QStringLiteral("text hello")));
+    QVERIFY(client->hasLine(QRegularExpression(QStringLiteral("^key press %1 h$").arg(Qt::Key_H))));
+
+    // Pinyin: n and i only compose; the first candidate of "ni" is committed as text.
+    typeKeys(h, keyboard, {"btnFn", "btn_3_7", "btn_1_9", "hzBtn0"});
+    QVERIFY(client->waitForLine(QStringLiteral("text hello妮")));
+    QCOMPARE(client->countLines(QRegularExpression(QStringLiteral("^text hellon"))), 0);
+
+    // The client had the focus all along: no tap on the bar or the keyboard took it.
+    QCOMPARE(client->countLines(QRegularExpression(QStringLiteral("^focus out$"))), 0);
+    QCOMPARE(client->countLines(QRegularExpression(QStringLiteral("^focus in$"))), 1);
+}
+
+void TestE2eKeyboard::showAndHide_data()
+{
+    // Steps are control datagrams, or "button" for a tap on the bar's keyboard button; the
+    // expected column lists the keyboard's window events in the order the shell logs them.
+    QTest::addColumn<QStringList>("steps");
+    QTest::addColumn<QStringList>("events");
+    QTest::newRow("bar button toggles")
+        << QStringList{"button", "button", "button"} << QStringList{"Show", "Hide", "Show"};
+    QTest::newRow("kbdtoggle toggles")
+        << QStringList{"kbdtoggle", "kbdtoggle"} << QStringList{"Show", "Hide"};
+    QTest::newRow("kbdshow and kbdhide only set")
+        << QStringList{"kbdshow", "kbdshow", "kbdhide", "kbdhide"} << QStringList{"Show", "Hide"};
+    QTest::newRow("bar button and commands share the state")
+        << QStringList{"kbdshow", "button", "kbdtoggle", "button", "button", "kbdhide"}
+        << QStringList{"Show", "Hide", "Show", "Hide", "Show", "Hide"};
+    QTest::newRow("kbdshow with a method shows") << QStringList{"kbdshow 1"} << QStringList{"Show"};
+    QTest::newRow("unknown text after kbdhide")
+        << QStringList{"kbdshow", "kbdhide now"} << QStringList{"Show", "Hide"};
+}
+
+void TestE2eKeyboard::showAndHide()
+{
+    QFETCH(QStringList, steps);
+    QFETCH(QStringList, events);
+    ShellHarness h;
+    QVERIFY(h.start());
+    LineProcess *client = h.startQtClient();
+    QVERIFY(client);
+    h.send("topen");
+    const QRect bar = waitForServerWindow(h, "Show", BarWindow, 2);
+    QVERIFY(bar.isValid());
+
+    for (const QString &step : std::as_const(steps)) {
+        if (step == QLatin1String("button"))
+            tapAt(h, keyboardButton(bar));
+        else
+            h.send(step.toLatin1());
+    }
+    // The shell takes datagrams in order: once the bar has gone, every step has been done.
+    h.send("tclose");
+    QVERIFY(waitForServerWindow(h, "Hide", BarWindow, 2).isValid());
+
+    const QRegularExpression keyboardEvent(
+        QStringLiteral("server window (Show|Hide) %1 ").arg(QLatin1String(KeyboardWindow)));
+    QStringList logged;
+    for (const QString &line : h.shell().lines()) {
+        const QRegularExpressionMatch m = keyboardEvent.match(line);
+        if (m.hasMatch())
+            logged.append(m.captured(1));
+    }
+    QCOMPARE(logged, events);
+    QCOMPARE(client->countLines(QRegularExpression(QStringLiteral("^focus out$"))), 0);
+}
+
+void TestE2eKeyboard::dragMovesKeyboardWithThePointer()
+{
+    ShellHarness h;
+    QVERIFY(h.start());
+    LineProcess *client = h.startQtClient();
+    QVERIFY(client);
+    h.send("kbdshow");
+    const QRect first = waitForServerWindow(h, "Show", KeyboardWindow, 1);
+    QVERIFY(first.isValid());
+
+    // Down by the drag label's left end, across and down the screen.
+    dragBy(h, centreOf(first, "label", QPoint(10, 10)), QPoint(100, 400) - first.topLeft());
+    QRect keyboard = keyboardGeometryNow(h);
+    QCOMPARE(keyboard, QRect(QPoint(100, 400), first.size()));
+
+    // A press at (10, 10) in the keyboard and a move to (30, 5) in it move it by (20, -5).
+    dragBy(h, centreOf(keyboard, "label", QPoint(10, 10)), QPoint(20, -5));
+    keyboard = keyboardGeometryNow(h);
+    QCOMPARE(keyboard.topLeft(), QPoint(120, 395));
+
+    // Back up by the middle of the label; the keys are now where the keyboard went.
+    dragBy(h, centreOf(keyboard, "label"), QPoint(-40, -300));
+    keyboard = keyboardGeometryNow(h);
+    QCOMPARE(keyboard.topLeft(), QPoint(80, 95));
+    typeKeys(h, keyboard, {"btn_2_7", "btn_1_9"});
+    QVERIFY(client->waitForLine(QStringLiteral("text hi")));
+    QCOMPARE(client->countLines(QRegularExpression(QStringLiteral("^text "))), 2);
+    QCOMPARE(client->countLines(QRegularExpression(QStringLiteral("^focus out$"))), 0);
+}
+
+QTEST_MAIN(TestE2eKeyboard)
+#include "tst_e2e_keyboard.moc"

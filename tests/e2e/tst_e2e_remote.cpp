@@ -1,0 +1,267 @@
+// The control port against the running shell, over real UDP: the bar commands as a
+// maximised client sees them, labels and their click reports, injected keys and pointer
+// events as a real client receives them, and a long burst of good and bad datagrams.
+#include "shellharness.h"
+
+#include <QDeadlineTimer>
+#include <QRandomGenerator>
+#include <QTest>
+#include <QUdpSocket>
+
+namespace {
+
+// One label wide enough to cover the middle of the bar, where a click lands on it whatever
+// the widths of the clock and address texts around it.
+const QByteArray wideText = "Wireless-network-status-label-for-tests";
+const QPoint barMiddle(400, 456);
+
+QProcessEnvironment labelLogging()
+{
+    QProcessEnvironment env;
+    env.insert("QT_LOGGING_RULES",
+               "tideshell.windowserver=true;tideshell.titlebar=true;qt.qpa.*=false");
+    return env;
+}
+
+void click(const ShellHarness &h, const QPoint &at, int button = 1)
+{
+    const QByteArray pos = QByteArray::number(at.x()) + ',' + QByteArray::number(at.y());
+    h.send("smouse " + pos + ",0,0");
+    h.send("smouse " + pos + ',' + QByteArray::number(button) + ",0");
+    h.send("smouse " + pos + ",0,0");
+}
+
+QByteArray receive(QUdpSocket &socket, int timeoutMs)
+{
+    if (!socket.hasPendingDatagrams() && !socket.waitForReadyRead(timeoutMs))
+        return QByteArray();
+    QByteArray data(int(socket.pendingDatagramSize()), '\0');
+    socket.readDatagram(data.data(), data.size());
+    return data;
+}
+
+} // namespace
+
+class TestRemote : public QObject
+{
+    Q_OBJECT
+private slots:
+    void barCommandsChangeTheClientArea();
+    void labelClicksAreReportedToTheirCreator();
+    void injectedKeysAndPointerReachAClient();
+    void burstOfDatagrams();
+};
+
+void TestRemote::barCommandsChangeTheClientArea()
+{
+    ShellHarness h;
+    QVERIFY(h.start());
+    QVERIFY(h.startQtClient({"--maximized"}));
+    QVERIFY(h.waitForWindowGeometry(QRect(0, 0, 800, 480)));
+
+    const struct
+    {
+        QByteArray command;
+        QRect clients;
+    } steps[] = {
+        {"topen", {0, 0, 800, 432}},      {"tclose", {0, 0, 800, 480}},
+        {"ttoggle", {0, 0, 800, 432}},    {"ttoggle", {0, 0, 800, 480}},
+        {"ttop", {0, 48, 800, 432}},      {"tbottom", {0, 0, 800, 432}},
+        {"tclose now", {0, 0, 800, 480}}, {"  topen \n", {0, 0, 800, 432}},
+    };
+    for (const auto &step : steps) {
+        const int mark = h.shell().mark();
+        h.send(step.command);
+        QVERIFY2(h.waitForWindowGeometry(step.clients, 10000, mark), step.command.constData());
+    }
+    // Matching is case-sensitive: this closes nothing. The debug line of the malformed
+    // command after it shows both were read, in order.
+    const QRegularExpression full("window \\d+ Geometry x=0 y=0 w=800 h=480 ");
+    const int before = h.shell().countLines(full);
+    h.send("TCLOSE");
+    h.send("ttextcolor 255,0,0");
+    QVERIFY(h.shell().waitForLine(QRegularExpression("set title text color failed")).hasMatch());
+    QCOMPARE(h.shell().countLines(full), before);
+}
+
+void TestRemote::labelClicksAreReportedToTheirCreator()
+{
+    ShellHarness h;
+    QVERIFY(h.start({}, labelLogging()));
+    h.send("topen");
+
+    // A program adds a label and waits for its click reports, as a script on the device would.
+    LineProcess tidectl("tidectl");
+    tidectl.process().start(qEnvironmentVariable("TIDECTL_BINARY"),
+                            {"--port", QString::number(h.controlPort()), "--wait", "--count", "2",
+                             "taddlabel", "wifi," + wideText});
+    QVERIFY(h.shell().waitForLine("tideshell.titlebar: label added wifi"));
+    click(h, barMiddle);
+    QVERIFY(tidectl.waitForLine("clicked:wifi"));
+
+    // The same name from another program only changes the text; reports stay with the first.
+    QUdpSocket other;
+    QVERIFY(other.bind(QHostAddress::LocalHost, 0));
+    other.writeDatagram("taddlabel wifi," + wideText + "-2", QHostAddress::LocalHost,
+                        h.controlPort());
+    QVERIFY(h.shell().waitForLine("tideshell.titlebar: label text wifi"));
+    // A right-button tap counts as a click too.
+    click(h, barMiddle, 2);
+    QVERIFY(tidectl.process().waitForFinished(5000));
+    QCOMPARE(tidectl.process().exitCode(), 0);
+    QCOMPARE(tidectl.countLines(QRegularExpression("^clicked:wifi$")), 2);
+    QVERIFY(receive(other, 300).isEmpty());
+
+    // Removed, the label reports nothing any more.
+    QUdpSocket owner;
+    QVERIFY(owner.bind(QHostAddress::LocalHost, 0));
+    h.send("tdellabel wifi");
+    owner.writeDatagram("taddlabel gone," + wideText, QHostAddress::LocalHost, h.controlPort());
+    QVERIFY(h.shell().waitForLine("tideshell.titlebar: label added gone"));
+    click(h, barMiddle);
+    QCOMPARE(receive(owner, 3000), QByteArray("clicked:gone"));
+    h.send("tdellabel gone");
+    QVERIFY(h.shell().waitForLine("tideshell.titlebar: label removed gone"));
+    click(h, barMiddle);
+    QVERIFY(receive(owner, 500).isEmpty());
+}
+
+void TestRemote::injectedKeysAndPointerReachAClient()
+{
+    ShellHarness h;
+    QVERIFY(h.start());
+    LineProcess *demo = h.startEventDemo();
+    QVERIFY(demo);
+    const QRegularExpressionMatch shown =
+        h.shell().waitForLine(QRegularExpression("window \\d+ Show x=(\\d+) y=(\\d+) .*EventDemo"));
+    QVERIFY(shown.hasMatch());
+    const QPoint origin(shown.captured(1).toInt(), shown.captured(2).toInt());
+
+    h.send("skey 65,65,0,1");
+    QVERIFY(demo->waitForLine("key key: 30, unicode: 65, state: pressed, modifiers: 0x1"));
+    h.send("skey 65,65,0,0");
+    QVERIFY(demo->waitForLine("key key: 30, unicode: 65, state: released, modifiers: 0x1"));
+
+    // Two moves inside the window: the client sees the pointer move by the same amount.
+    const QRegularExpression motion("^motion time: \\d+, x: ([\\d.]+), y: ([\\d.]+)$");
+    const QPoint first = origin + QPoint(100, 80);
+    h.send(QStringLiteral("smouse %1,%2,0,0").arg(first.x()).arg(first.y()).toUtf8());
+    const QRegularExpressionMatch m1 = demo->waitForLine(motion);
+    QVERIFY(m1.hasMatch());
+    const QPointF local(m1.captured(1).toDouble(), m1.captured(2).toDouble());
+    const QPoint second = first + QPoint(30, 20);
+    h.send(QStringLiteral("smouse %1,%2,0,0").arg(second.x()).arg(second.y()).toUtf8());
+    const QPointF expected = local + QPointF(30, 20);
+    QVERIFY(
+        demo->waitForLine(QRegularExpression(QStringLiteral("^motion .* x: %1\\.0+, y: %2\\.0+$")
+                                                 .arg(expected.x())
+                                                 .arg(expected.y())))
+            .hasMatch());
+
+    // Left and right buttons at that spot, and a wheel turn.
+    h.send(QStringLiteral("smouse %1,%2,1,0").arg(second.x()).arg(second.y()).toUtf8());
+    h.send(QStringLiteral("smouse %1,%2,0,0").arg(second.x()).arg(second.y()).toUtf8());
+    h.send(QStringLiteral("smouse %1,%2,2,0").arg(second.x()).arg(second.y()).toUtf8());
+    h.send(QStringLiteral("smouse %1,%2,0,0").arg(second.x()).arg(second.y()).toUtf8());
+    const QString at = QStringLiteral("x: %1, y: %2$").arg(expected.x()).arg(expected.y());
+    QVERIFY(demo->waitForLine(QRegularExpression("button: 272, state: pressed, " + at)).hasMatch());
+    QVERIFY(
+        demo->waitForLine(QRegularExpression("button: 272, state: released, " + at)).hasMatch());
+    QVERIFY(demo->waitForLine(QRegularExpression("button: 273, state: pressed, " + at)).hasMatch());
+    h.send(QStringLiteral("smouse %1,%2,0,120").arg(second.x()).arg(second.y()).toUtf8());
+    QVERIFY(demo->waitForLine(QRegularExpression("^axis time: \\d+, axis: vertical")).hasMatch());
+}
+
+void TestRemote::burstOfDatagrams()
+{
+    ShellHarness h;
+    QVERIFY(h.start({}, labelLogging()));
+    h.send("topen");
+
+    // A fixed sequence of valid label commands mixed with malformed, unknown and empty ones;
+    // the model says which labels the valid ones leave.
+    QRandomGenerator random(20261121);
+    const QList<QByteArray> junk = {
+        "",
+        "   ",
+        "\n",
+        "taddlabel",
+        "taddlabel nocomma",
+        "tdellabel unknown",
+        "ttextcolor 1,2,3",
+        "twindowcolor 10,20,30,255",
+        "smouse 10,20,1",
+        "skey 1,2,3",
+        "TADDLABEL x,y",
+        "hello",
+        QByteArray("\x00\xff\xfe taddlabel", 13),
+        QByteArray(1400, 'z'),
+        "ttextcolor 255,255,255,255",
+        "twindowcolor 0,0,0,128",
+    };
+    QSet<QString> model;
+    QUdpSocket socket;
+    QVERIFY(socket.bind(QHostAddress::LocalHost, 0));
+    constexpr int total = 10000, batch = 50;
+    const QRegularExpression marker("^set window color failed$");
+    for (int sent = 0; sent < total;) {
+        for (int i = 0; i < batch - 1; ++i, ++sent) {
+            const int pick = int(random.bounded(4));
+            const QString name = QStringLiteral("n%1").arg(random.bounded(12));
+            QByteArray datagram;
+            if (pick == 0) {
+                datagram = "taddlabel " + name.toUtf8() + ",t" + QByteArray::number(sent);
+                model.insert(name);
+            } else if (pick == 1) {
+                datagram = "tdellabel " + name.toUtf8();
+                model.remove(name);
+            } else {
+                datagram = junk.at(int(random.bounded(junk.size())));
+            }
+            socket.writeDatagram(datagram, QHostAddress::LocalHost, h.controlPort());
+        }
+        // Each batch ends with a marker; waiting for it keeps the socket's queue (a few
+        // hundred datagrams on loopback) from overflowing, which would lose datagrams before
+        // the shell ever saw them.
+        socket.writeDatagram("twindowcolor", QHostAddress::LocalHost, h.controlPort());
+        ++sent;
+        const int batches = sent / batch;
+        QDeadlineTimer deadline(20000);
+        while (h.shell().countLines(marker) < batches && !deadline.hasExpired())
+            QTest::qWait(2);
+        QCOMPARE(h.shell().countLines(marker), batches);
+    }
+    QCOMPARE(h.shell().process().state(), QProcess::Running);
+
+    // Replaying the shell's own account of its label table gives the model's labels.
+    QSet<QString> table;
+    const QRegularExpression change("tideshell.titlebar: label (added|removed) (\\S+)$");
+    for (const QString &line : h.shell().lines()) {
+        const QRegularExpressionMatch m = change.match(line);
+        if (!m.hasMatch())
+            continue;
+        if (m.captured(1) == "added")
+            table.insert(m.captured(2));
+        else
+            table.remove(m.captured(2));
+    }
+    QCOMPARE(table, model);
+
+    // Still responsive: the remaining labels go, a new one reports its click, a client
+    // starts and takes keys.
+    for (const QString &name : std::as_const(model))
+        h.send("tdellabel " + name.toUtf8());
+    QUdpSocket owner;
+    QVERIFY(owner.bind(QHostAddress::LocalHost, 0));
+    owner.writeDatagram("taddlabel last," + wideText, QHostAddress::LocalHost, h.controlPort());
+    QVERIFY(h.shell().waitForLine("tideshell.titlebar: label added last"));
+    click(h, barMiddle);
+    QCOMPARE(receive(owner, 3000), QByteArray("clicked:last"));
+    LineProcess *client = h.startQtClient();
+    QVERIFY(client);
+    h.tap('k', 'K');
+    QVERIFY(client->waitForLine("text k"));
+}
+
+QTEST_GUILESS_MAIN(TestRemote)
+#include "tst_e2e_remote.moc"
