@@ -10,9 +10,8 @@
 #include "qwskeyboardwidget.h"
 #include "shellharness.h"
 
-#include <QLabel>
+#include <QDeadlineTimer>
 #include <QLayout>
-#include <QPushButton>
 #include <QStyle>
 #include <QTest>
 #include <QTranslator>
@@ -99,9 +98,11 @@ private slots:
     void dragMovesKeyboardWithThePointer();
 
 private:
-    // Where the keyboard's button or label of this name is on the screen, for a keyboard
-    // the shell shows with this geometry.
-    QPoint centreOf(const QRect &keyboard, const char *name, QPoint local = QPoint(-1, -1));
+    // The keyboard's widget of this name, laid out for a keyboard of the given geometry.
+    QWidget *faceWidget(const QRect &keyboard, const char *name);
+    // Where a point of that widget, or its centre, lies on the screen.
+    QPoint screenPoint(const QRect &keyboard, const char *name, const QPoint &local);
+    QPoint centreOf(const QRect &keyboard, const char *name);
     void typeKeys(ShellHarness &h, const QRect &keyboard, const QList<const char *> &names);
     // The bar's keyboard button, for a bar the shell shows with this geometry.
     QPoint keyboardButton(const QRect &bar) const;
@@ -125,20 +126,28 @@ void TestE2eKeyboard::cleanupTestCase()
     QCoreApplication::removeTranslator(&m_catalogue);
 }
 
-QPoint TestE2eKeyboard::centreOf(const QRect &keyboard, const char *name, QPoint local)
+QWidget *TestE2eKeyboard::faceWidget(const QRect &keyboard, const char *name)
 {
     if (m_face->size() != keyboard.size()) {
         m_face->resize(keyboard.size());
         m_face->layout()->activate();
     }
     auto *widget = m_face->findChild<QWidget *>(QLatin1String(name));
-    if (!widget) {
+    if (!widget)
         qWarning() << "the keyboard has no" << name;
-        return QPoint(-1, -1);
-    }
-    if (local == QPoint(-1, -1))
-        local = widget->rect().center();
-    return keyboard.topLeft() + widget->mapTo(m_face, local);
+    return widget;
+}
+
+QPoint TestE2eKeyboard::screenPoint(const QRect &keyboard, const char *name, const QPoint &local)
+{
+    QWidget *widget = faceWidget(keyboard, name);
+    return widget ? keyboard.topLeft() + widget->mapTo(m_face, local) : QPoint(-1, -1);
+}
+
+QPoint TestE2eKeyboard::centreOf(const QRect &keyboard, const char *name)
+{
+    QWidget *widget = faceWidget(keyboard, name);
+    return widget ? screenPoint(keyboard, name, widget->rect().center()) : QPoint(-1, -1);
 }
 
 void TestE2eKeyboard::typeKeys(ShellHarness &h, const QRect &keyboard,
@@ -236,6 +245,10 @@ void TestE2eKeyboard::showAndHide()
             logged.append(m.captured(1));
     }
     QCOMPARE(logged, events);
+
+    // Keys still go to the client: neither the bar nor the keyboard took the focus.
+    h.tap('k', Qt::Key_K);
+    QVERIFY(client->waitForLine(QStringLiteral("text k")));
     QCOMPARE(client->countLines(QRegularExpression(QStringLiteral("^focus out$"))), 0);
 }
 
@@ -250,12 +263,12 @@ void TestE2eKeyboard::dragMovesKeyboardWithThePointer()
     QVERIFY(first.isValid());
 
     // Down by the drag label's left end, across and down the screen.
-    dragBy(h, centreOf(first, "label", QPoint(10, 10)), QPoint(100, 400) - first.topLeft());
+    dragBy(h, screenPoint(first, "label", QPoint(10, 10)), QPoint(100, 400) - first.topLeft());
     QRect keyboard = keyboardGeometryNow(h);
     QCOMPARE(keyboard, QRect(QPoint(100, 400), first.size()));
 
     // A press at (10, 10) in the keyboard and a move to (30, 5) in it move it by (20, -5).
-    dragBy(h, centreOf(keyboard, "label", QPoint(10, 10)), QPoint(20, -5));
+    dragBy(h, screenPoint(keyboard, "label", QPoint(10, 10)), QPoint(20, -5));
     keyboard = keyboardGeometryNow(h);
     QCOMPARE(keyboard.topLeft(), QPoint(120, 395));
 
