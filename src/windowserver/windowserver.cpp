@@ -166,7 +166,14 @@ public:
     QWaylandXdgShell *xdgShell = nullptr;
     std::unique_ptr<KeyMapper> keys;
     QList<WindowEntry *> windows; // stacking order, bottom first
-    QList<QPointer<QWaylandXdgPopup>> popups;
+    // Open client menus with their surfaces, taken when they are made: this Qt keeps the
+    // popup object after the client destroyed it, with its xdg surface already gone.
+    struct OpenPopup
+    {
+        QPointer<QWaylandXdgPopup> popup;
+        QPointer<QWaylandSurface> surface;
+    };
+    QList<OpenPopup> popups;
     WindowEntry *active = nullptr;
     int nextId = 1;
     qreal nextZ = 1;
@@ -248,13 +255,23 @@ void WindowServerPrivate::createCompositor()
     qApp->installEventFilter(&serverStack);
     // Windows that must not take the focus (the bar, the soft keyboard) can still be activated
     // by platforms that activate whatever they show; the activation goes straight back.
+    // It goes back only once the platform's pending activations are through, so that a window
+    // shown right after the keyboard (the run dialog) keeps the focus it is given.
     connect(qApp, &QGuiApplication::focusWindowChanged, this, [this](QWindow *window) {
         if (!window)
             return;
-        if (!window->flags().testFlag(Qt::WindowDoesNotAcceptFocus))
+        if (!window->flags().testFlag(Qt::WindowDoesNotAcceptFocus)) {
             lastFocusWindow = window;
-        else if (lastFocusWindow)
-            lastFocusWindow->requestActivate();
+            return;
+        }
+        QMetaObject::invokeMethod(
+            this,
+            [this] {
+                QWindow *now = QGuiApplication::focusWindow();
+                if (now && now->flags().testFlag(Qt::WindowDoesNotAcceptFocus) && lastFocusWindow)
+                    lastFocusWindow->requestActivate();
+            },
+            Qt::QueuedConnection);
     });
 
     const QRect screen = QGuiApplication::primaryScreen()->geometry();
@@ -313,8 +330,13 @@ void WindowServerPrivate::handleToplevelCreated(QWaylandXdgToplevel *toplevel,
 
 void WindowServerPrivate::handlePopupCreated(QWaylandXdgPopup *popup)
 {
-    popups.append(popup);
-    connect(popup, &QObject::destroyed, this, [this] { popups.removeAll(nullptr); });
+    QWaylandSurface *surface = popup->xdgSurface()->surface();
+    popups.append({popup, surface});
+    auto forget = [this, surface] {
+        popups.removeIf([surface](const OpenPopup &p) { return p.surface == surface; });
+    };
+    connect(surface, &QWaylandSurface::surfaceDestroyed, this, forget);
+    connect(popup, &QObject::destroyed, this, forget);
 }
 
 void WindowServerPrivate::handleMapped(WindowEntry *entry)
@@ -563,21 +585,19 @@ QWindow *WindowServerPrivate::windowAt(const QPoint &pos) const
 
 void WindowServerPrivate::dismissPopupsOutside(const QPointF &scenePos)
 {
-    // A press outside a client's open menus closes them, as the xdg popup grab requires.
-    popups.removeAll(nullptr);
-    for (int i = popups.size() - 1; i >= 0; --i) {
-        QWaylandXdgPopup *popup = popups.at(i);
-        QWaylandSurface *surface = popup->xdgSurface()->surface();
-        bool inside = false;
-        for (QWaylandView *v : surface->views()) {
-            if (auto *item = qobject_cast<QQuickItem *>(v->renderObject())) {
-                if (item->contains(item->mapFromScene(scenePos)))
-                    inside = true;
-            }
+    // A press outside a client's open menus closes them, as the xdg popup grab requires;
+    // the innermost menu first, and none of those the press is in.
+    popups.removeIf(
+        [](const OpenPopup &p) { return !p.popup || !p.surface || p.surface->isDestroyed(); });
+    for (int i = int(popups.size()) - 1; i >= 0; --i) {
+        const OpenPopup open = popups.at(i);
+        const QList<QWaylandView *> views = open.surface->views();
+        for (QWaylandView *v : views) {
+            auto *item = qobject_cast<QQuickItem *>(v->renderObject());
+            if (item && item->contains(item->mapFromScene(scenePos)))
+                return;
         }
-        if (inside)
-            return;
-        popup->sendPopupDone();
+        open.popup->sendPopupDone();
     }
 }
 

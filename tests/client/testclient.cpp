@@ -6,10 +6,12 @@
 //   text TEXT         the line edit's text after every change
 //   key press|release KEY TEXT   every key the line edit gets
 //   mouse press|release X Y BUTTON
+//   popup shown|hidden, popup triggered ITEM   the context menu a right click opens
 // Options: --maximized, --fullscreen, --title TEXT.
 #include <QApplication>
 #include <QKeyEvent>
 #include <QLineEdit>
+#include <QMenu>
 #include <QMouseEvent>
 #include <QVBoxLayout>
 #include <QWidget>
@@ -53,6 +55,20 @@ protected:
 
 class Window : public QWidget
 {
+    // A context menu, shown by the compositor as a popup of this window.
+    void openMenu(const QPoint &at)
+    {
+        auto *menu = new QMenu(this);
+        menu->setAttribute(Qt::WA_DeleteOnClose);
+        for (const char *item : {"First", "Second"})
+            menu->addAction(QString::fromLatin1(item));
+        connect(menu, &QMenu::aboutToShow, [] { report(QStringLiteral("popup shown")); });
+        connect(menu, &QMenu::aboutToHide, [] { report(QStringLiteral("popup hidden")); });
+        connect(menu, &QMenu::triggered,
+                [](QAction *a) { report(QStringLiteral("popup triggered ") + a->text()); });
+        menu->popup(at);
+    }
+
 protected:
     void resizeEvent(QResizeEvent *) override
     {
@@ -64,6 +80,8 @@ protected:
                    .arg(e->position().x())
                    .arg(e->position().y())
                    .arg(int(e->button())));
+        if (e->button() == Qt::RightButton)
+            openMenu(e->globalPosition().toPoint());
     }
     void mouseReleaseEvent(QMouseEvent *e) override
     {

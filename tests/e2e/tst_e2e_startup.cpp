@@ -37,6 +37,9 @@ private slots:
     void maximisedClientFollowsTheBar();
     void functionKeysNeverReachClients();
     void keysReachEventDemo();
+    void focusFollowsClicksAndClosedWindows();
+    void fullScreenClientCoversTheBar();
+    void clientMenusOpenAndClose();
     void characterWithoutKeyReachesQtClient();
 };
 
@@ -197,6 +200,93 @@ void TestStartup::characterWithoutKeyReachesQtClient()
     h.tap(0x6587, 0);
     QVERIFY(client->waitForLine(QStringLiteral("text h中文")));
     QCOMPARE(client->countLines(QRegularExpression("^key press")), 1);
+}
+
+void TestStartup::focusFollowsClicksAndClosedWindows()
+{
+    ShellHarness h;
+    QVERIFY(h.start());
+    // A maximised window, then a normal one centred over it: the new one comes on top with
+    // the focus.
+    LineProcess *below = h.startQtClient({"--maximized", "--title", "below"});
+    QVERIFY(below);
+    LineProcess *above = h.startQtClient({"--title", "above"});
+    QVERIFY(above);
+    QVERIFY(below->waitForLine("focus out"));
+    h.tap('a', 'A');
+    QVERIFY(above->waitForLine("text a"));
+
+    // A tap where only the maximised window is raises it and gives it the keys.
+    int mark = h.shell().mark();
+    h.send("smouse 20,20,1,0");
+    h.send("smouse 20,20,0,0");
+    QVERIFY(
+        h.shell().waitForLine(QRegularExpression("Raise .*title=below$"), 10000, mark).hasMatch());
+    QVERIFY(
+        h.shell().waitForLine(QRegularExpression("Active .*title=below$"), 10000, mark).hasMatch());
+    h.tap('b', 'B');
+    QVERIFY(below->waitForLine("text b"));
+    QVERIFY(above->waitForLine("focus out"));
+
+    // When the focused window goes, the topmost one left gets the focus.
+    mark = h.shell().mark();
+    below->kill();
+    QVERIFY(
+        h.shell().waitForLine(QRegularExpression("Active .*title=above$"), 10000, mark).hasMatch());
+    h.tap('c', 'C');
+    QVERIFY(above->waitForLine("text ac"));
+}
+
+void TestStartup::fullScreenClientCoversTheBar()
+{
+    ShellHarness h;
+    QVERIFY(h.start());
+    const int mark = h.shell().mark();
+    h.send("topen");
+    QVERIFY(h.shell()
+                .waitForLine(QRegularExpression("server window Show TitleBarWidget.* y=432 "),
+                             10000, mark)
+                .hasMatch());
+    LineProcess *maximised = h.startQtClient({"--maximized", "--title", "max"});
+    QVERIFY(maximised);
+    QVERIFY(maximised->waitForLine("size 800 432"));
+    LineProcess *full = h.startQtClient({"--fullscreen", "--title", "full"});
+    QVERIFY(full);
+    QVERIFY(full->waitForLine("size 800 480"));
+    QVERIFY(h.shell()
+                .waitForLine(QRegularExpression("x=0 y=0 w=800 h=480 max=0 full=1 title=full$"))
+                .hasMatch());
+}
+
+void TestStartup::clientMenusOpenAndClose()
+{
+    ShellHarness h;
+    QVERIFY(h.start());
+    LineProcess *client = h.startQtClient();
+    QVERIFY(client);
+    const QRegularExpressionMatch shown =
+        h.shell().waitForLine(QRegularExpression("window \\d+ Show x=(\\d+) y=(\\d+) "));
+    QVERIFY(shown.hasMatch());
+    const QPoint inside(shown.captured(1).toInt() + 150, shown.captured(2).toInt() + 150);
+    const QByteArray at = QByteArray::number(inside.x()) + ',' + QByteArray::number(inside.y());
+
+    // A right click opens the client's menu; the keys then go to it.
+    h.send("smouse " + at + ",2,0");
+    h.send("smouse " + at + ",0,0");
+    QVERIFY(client->waitForLine("popup shown"));
+    h.tap(0, Qt::Key_Down);
+    h.tap(0, Qt::Key_Down);
+    h.tap(13, Qt::Key_Return);
+    QVERIFY(client->waitForLine("popup triggered Second"));
+
+    // Opened again, a press outside it closes it.
+    h.send("smouse " + at + ",2,0");
+    h.send("smouse " + at + ",0,0");
+    QTRY_COMPARE_WITH_TIMEOUT(client->countLines(QRegularExpression("^popup shown$")), 2, 10000);
+    h.send("smouse 5,5,1,0");
+    h.send("smouse 5,5,0,0");
+    QTRY_COMPARE_WITH_TIMEOUT(client->countLines(QRegularExpression("^popup hidden$")), 2, 10000);
+    QCOMPARE(client->countLines(QRegularExpression("^popup triggered")), 1);
 }
 
 QTEST_GUILESS_MAIN(TestStartup)
