@@ -5,9 +5,11 @@
 #include "titlebarwidget.h"
 #include "windowserver.h"
 
+#include <QSocketNotifier>
 #include <QTranslator>
 #include <QtDebug>
 
+#include <csignal>
 #include <cstring>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -32,6 +34,29 @@ bool serverRunning(const QString &socketPath)
     return result == 0;
 }
 
+int signalPipe[2] = {-1, -1};
+
+void onTerminate(int)
+{
+    const char byte = 1;
+    (void)!write(signalPipe[1], &byte, 1);
+}
+
+// SIGTERM (a service manager stopping the shell) and SIGINT end the event loop like a normal
+// quit, so the compositor closes its socket and its clients see it go.
+void quitOnSignals(QCoreApplication &app)
+{
+    if (pipe(signalPipe) != 0)
+        return;
+    auto *notifier = new QSocketNotifier(signalPipe[0], QSocketNotifier::Read, &app);
+    QObject::connect(notifier, &QSocketNotifier::activated, &app, &QCoreApplication::quit);
+    struct sigaction action = {};
+    action.sa_handler = onTerminate;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGTERM, &action, nullptr);
+    sigaction(SIGINT, &action, nullptr);
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -52,6 +77,7 @@ int main(int argc, char **argv)
         qputenv("QT_QPA_UPDATE_IDLE_TIME", "16");
 
     Application app(argc, argv);
+    quitOnSignals(app);
     WindowServer server;
 
     QTranslator translator;
