@@ -247,7 +247,10 @@ void TitleBarWidget::onSftKbdNewString(QString str)
 
 void TitleBarWidget::onCtrlSockActivated()
 {
-    // Datagrams are carried out strictly in arrival order, each before the next is read.
+    // Datagrams are carried out strictly in arrival order, each from the event loop rather
+    // than from here: an injected click may open a modal dialog (the date label, the reboot
+    // question), and the socket announces nothing more until this handler has returned, so
+    // the keys that would close the dialog could not get in.
     while (m_ctrlSocket->hasPendingDatagrams()) {
         QByteArray datagram;
         datagram.resize(qMax<qint64>(0, m_ctrlSocket->pendingDatagramSize()));
@@ -258,7 +261,8 @@ void TitleBarWidget::onCtrlSockActivated()
         if (got < 0)
             continue;
         datagram.truncate(got);
-        runControlCommand(datagram, sender, senderPort);
+        QMetaObject::invokeMethod(
+            this, [=] { runControlCommand(datagram, sender, senderPort); }, Qt::QueuedConnection);
     }
 }
 
@@ -455,6 +459,14 @@ void TitleBarWidget::onSysMenuHidden()
 
 void TitleBarWidget::onSysMenuRunTrigger()
 {
+    if (!m_runDialog->isVisible()) {
+        // Centred on the bar, as dialogs are on their parent, it would reach under the bar,
+        // which stays on top and would cover its buttons; centred on the window area instead.
+        QRect frame(QPoint(), m_runDialog->sizeHint());
+        frame.moveCenter(
+            clientAreaRect(QGuiApplication::primaryScreen()->size(), position).center());
+        m_runDialog->move(frame.topLeft());
+    }
     // Remembers whether the keyboard was up, clears the line, brings up the keyboard and
     // the dialog; nothing happens while the dialog is already open.
     m_runDialog->showWithKeyboard();

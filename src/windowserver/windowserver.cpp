@@ -256,7 +256,8 @@ void WindowServerPrivate::createCompositor()
     // Windows that must not take the focus (the bar, the soft keyboard) can still be activated
     // by platforms that activate whatever they show; the activation goes straight back.
     // It goes back only once the platform's pending activations are through, so that a window
-    // shown right after the keyboard (the run dialog) keeps the focus it is given.
+    // shown meanwhile (the run dialog after the keyboard, a dialog after the bar) keeps the
+    // focus it is given.
     connect(qApp, &QGuiApplication::focusWindowChanged, this, [this](QWindow *window) {
         if (!window)
             return;
@@ -267,6 +268,7 @@ void WindowServerPrivate::createCompositor()
         QMetaObject::invokeMethod(
             this,
             [this] {
+                QWindowSystemInterface::flushWindowSystemEvents();
                 QWindow *now = QGuiApplication::focusWindow();
                 if (now && now->flags().testFlag(Qt::WindowDoesNotAcceptFocus) && lastFocusWindow)
                     lastFocusWindow->requestActivate();
@@ -762,7 +764,9 @@ void WindowServer::sendKeyEvent(int unicode, int keycode, Qt::KeyboardModifiers 
     // An open menu of the shell takes the keys, as it takes the pointer.
     QWidget *popup = QApplication::activePopupWidget();
     QWindow *target = popup ? popup->windowHandle() : QGuiApplication::focusWindow();
-    if (!target || target->flags().testFlag(Qt::WindowDoesNotAcceptFocus))
+    // A closed menu can stay the focus window on platforms that move the focus only when
+    // asked to; a hidden window takes no keys.
+    if (!target || !target->isVisible() || target->flags().testFlag(Qt::WindowDoesNotAcceptFocus))
         target = d->view;
     const char32_t ucs4 = char32_t(unicode);
     const QString text = unicode > 0 ? QString::fromUcs4(&ucs4, 1) : QString();
