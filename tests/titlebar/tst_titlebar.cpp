@@ -2,15 +2,18 @@
 // function-key filter.
 #include "application.h"
 #include "customlabel.h"
+#include "datetimesettingdlg.h"
 #include "qtmyiconstyle.h"
 #include "testserver.h"
 #include "titlebarlayout.h"
 #include "titlebarwidget.h"
 #include "windowserver.h"
 
+#include <QDateTime>
 #include <QLineEdit>
 #include <QSignalSpy>
 #include <QStyleFactory>
+#include <QTimer>
 
 class TestTitleBar : public QObject
 {
@@ -27,6 +30,7 @@ private slots:
     void functionKeysToggleBarAndAreSwallowed();
     void customLabelClicksOnAnyRelease();
     void iconStyleEnlargesSmallIcons();
+    void dateLabelShowsTimeAfterDialog();
 
 private:
     WindowServer m_server;
@@ -191,6 +195,36 @@ void TestTitleBar::iconStyleEnlargesSmallIcons()
     for (auto metric : {QStyle::PM_LargeIconSize, QStyle::PM_ButtonMargin, QStyle::PM_MenuHMargin,
                         QStyle::PM_ToolBarIconSize})
         QCOMPARE(style.pixelMetric(metric), fusion->pixelMetric(metric));
+}
+
+void TestTitleBar::dateLabelShowsTimeAfterDialog()
+{
+    // Never the device's clock, should the dialog be accepted after all.
+    DateTimeSettingDlg::setClockProgram(QStringLiteral("true"));
+    TitleBarWidget bar;
+    auto *date = bar.findChild<CustomLabel *>("dateLabel");
+    QVERIFY(date);
+    date->setText("stale");
+
+    // The dialog runs modally inside the click handler; cancel it from its own event loop.
+    int cancelled = 0;
+    QTimer closer;
+    connect(&closer, &QTimer::timeout, [&] {
+        for (QWidget *w : QApplication::topLevelWidgets()) {
+            auto *dlg = qobject_cast<DateTimeSettingDlg *>(w);
+            if (dlg && dlg->isVisible()) {
+                dlg->reject();
+                ++cancelled;
+            }
+        }
+    });
+    closer.start(20);
+    const QString before = QDateTime::currentDateTime().toString("yyyy/M/d hh:mm");
+    QVERIFY(QMetaObject::invokeMethod(&bar, "onDateLabelClicked"));
+    const QString after = QDateTime::currentDateTime().toString("yyyy/M/d hh:mm");
+    closer.stop();
+    QCOMPARE(cancelled, 1);
+    QVERIFY2(date->text() == before || date->text() == after, qPrintable(date->text()));
 }
 
 int main(int argc, char **argv)

@@ -1,0 +1,76 @@
+// What the end-to-end tests of the shell's own windows share: finding a server window's
+// geometry in the shell's log, clicking through the control port, and the small stand-in
+// programs a test puts in place of the device's commands.
+#pragma once
+
+#include "shellharness.h"
+
+#include <QDeadlineTimer>
+#include <QFile>
+#include <QTest>
+
+// A "server window Show|Hide" line of the shell; captures x, y, w, h.
+inline QRegularExpression serverWindow(const QString &event, const QString &name,
+                                       const QString &title = QStringLiteral(".*"))
+{
+    return QRegularExpression(QStringLiteral("server window %1 %2 x=(-?\\d+) y=(-?\\d+) "
+                                             "w=(\\d+) h=(\\d+) title=%3$")
+                                  .arg(event, name, title));
+}
+
+// Waits for the (before + 1)-th line matching re, so that a window shown again is told apart
+// from its earlier showing. Returns its geometry, or an empty one on time-out.
+inline QRect waitForNext(LineProcess &shell, const QRegularExpression &re, int before,
+                         int timeoutMs = 10000)
+{
+    QDeadlineTimer deadline(timeoutMs);
+    while (shell.countLines(re) <= before && !deadline.hasExpired())
+        QTest::qWait(20);
+    int seen = 0;
+    for (const QString &line : shell.lines()) {
+        const QRegularExpressionMatch m = re.match(line);
+        if (m.hasMatch() && seen++ == before)
+            return QRect(m.captured(1).toInt(), m.captured(2).toInt(), m.captured(3).toInt(),
+                         m.captured(4).toInt());
+    }
+    qWarning().noquote() << "the shell did not log" << re.pattern() << "after" << before
+                         << "earlier ones; it logged:\n"
+                         << shell.lines().join(QLatin1Char('\n'));
+    return QRect();
+}
+
+// A press and a release of the left button, as a finger on the touch screen gives them.
+inline void click(ShellHarness &h, const QPoint &p)
+{
+    h.send(QStringLiteral("smouse %1,%2,1,0").arg(p.x()).arg(p.y()).toUtf8());
+    h.send(QStringLiteral("smouse %1,%2,0,0").arg(p.x()).arg(p.y()).toUtf8());
+}
+
+inline bool writeFile(const QString &path, const QByteArray &content, bool executable = false)
+{
+    QFile f(path);
+    if (!f.open(QIODevice::WriteOnly) || f.write(content) != content.size())
+        return false;
+    f.close();
+    return !executable || f.setPermissions(f.permissions() | QFileDevice::ExeOwner);
+}
+
+// A shell script that appends one line per run to `log`: "run", then each argument in
+// brackets.
+inline bool writeRecorder(const QString &path, const QString &log)
+{
+    return writeFile(path,
+                     "#!/bin/sh\n{ printf run; for a in \"$@\"; do printf '[%s]' \"$a\"; done; "
+                     "echo; } >> '" +
+                         QFile::encodeName(log) + "'\n",
+                     true);
+}
+
+// The lines a recorder wrote; none when it never ran.
+inline QStringList recordedRuns(const QString &log)
+{
+    QFile f(log);
+    if (!f.open(QIODevice::ReadOnly))
+        return {};
+    return QString::fromUtf8(f.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+}
