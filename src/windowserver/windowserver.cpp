@@ -765,8 +765,9 @@ void WindowServer::sendKeyEvent(int unicode, int keycode, Qt::KeyboardModifiers 
     QWidget *popup = QApplication::activePopupWidget();
     QWindow *target = popup ? popup->windowHandle() : QGuiApplication::focusWindow();
     // A closed menu can stay the focus window on platforms that move the focus only when
-    // asked to; a hidden window takes no keys.
-    if (!target || !target->isVisible() || target->flags().testFlag(Qt::WindowDoesNotAcceptFocus))
+    // asked to, and by its own account it is still visible; only a window on the screen takes
+    // keys.
+    if (!target || !target->isExposed() || target->flags().testFlag(Qt::WindowDoesNotAcceptFocus))
         target = d->view;
     const char32_t ucs4 = char32_t(unicode);
     const QString text = unicode > 0 ? QString::fromUcs4(&ucs4, 1) : QString();
