@@ -49,6 +49,19 @@ bool useSoftwareRenderer()
     return QGuiApplication::platformName() != QLatin1String("eglfs");
 }
 
+// Whether a window is really shown. A closed menu can stay the focus window on platforms that
+// move the focus only when asked to, and its window still claims to be visible; its widget
+// knows better.
+bool isShown(QWindow *window)
+{
+    const QWidgetList widgets = QApplication::topLevelWidgets();
+    for (QWidget *widget : widgets) {
+        if (widget->windowHandle() == window)
+            return widget->isVisible();
+    }
+    return window->isVisible();
+}
+
 } // namespace
 
 ClientWindow::ClientWindow(int id, QObject *parent) : QObject(parent), m_id(id) {}
@@ -761,13 +774,16 @@ void WindowServer::sendKeyEvent(int unicode, int keycode, Qt::KeyboardModifiers 
     // Delivered as a window-system key event, so the application's filter and Qt's focus
     // handling see it exactly as they see a real key: a focused server window gets it as a
     // QKeyEvent; otherwise the desktop view passes it on to the focused client.
-    // An open menu of the shell takes the keys, as it takes the pointer.
-    QWidget *popup = QApplication::activePopupWidget();
-    QWindow *target = popup ? popup->windowHandle() : QGuiApplication::focusWindow();
-    // A closed menu can stay the focus window on platforms that move the focus only when
-    // asked to, and by its own account it is still visible; only a window on the screen takes
-    // keys.
-    if (!target || !target->isExposed() || target->flags().testFlag(Qt::WindowDoesNotAcceptFocus))
+    // An open menu of the shell takes the keys, as it takes the pointer, even before the
+    // platform has put a just-opened sub-menu on the screen.
+    QWindow *target = nullptr;
+    if (QWidget *popup = QApplication::activePopupWidget()) {
+        target = popup->windowHandle();
+    } else if (QWindow *focus = QGuiApplication::focusWindow()) {
+        if (isShown(focus) && !focus->flags().testFlag(Qt::WindowDoesNotAcceptFocus))
+            target = focus;
+    }
+    if (!target)
         target = d->view;
     const char32_t ucs4 = char32_t(unicode);
     const QString text = unicode > 0 ? QString::fromUcs4(&ucs4, 1) : QString();
