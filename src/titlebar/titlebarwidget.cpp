@@ -296,7 +296,9 @@ void TitleBarWidget::runControlCommand(const QByteArray &datagram, const QHostAd
         showTitleBar();
         break;
     case ControlCommand::KbdShow:
-        if (cmd.methodGiven)
+        // -1 steps to the next method, 0 is English, 1 pinyin; any other number would leave
+        // a keyboard that types nothing, so it only shows the keyboard.
+        if (cmd.methodGiven && cmd.method >= -1 && cmd.method <= 1)
             m_keyboard->changeMethod(cmd.method);
         m_keyboard->setVisible(true);
         break;

@@ -189,6 +189,15 @@ void TestE2eKeyboard::typesEnglishThenPinyinIntoFocusedClient()
     QVERIFY(client->waitForLine(QStringLiteral("text hello妮")));
     QCOMPARE(client->countLines(QRegularExpression(QStringLiteral("^text hellon"))), 0);
 
+    // A method number the keyboard does not have only shows it, still in pinyin; 0 selects
+    // English again.
+    h.send("kbdshow 7");
+    typeKeys(h, keyboard, {"btn_3_7", "btn_1_9", "hzBtn0"});
+    QVERIFY(client->waitForLine(QStringLiteral("text hello妮妮")));
+    h.send("kbdshow 0");
+    typeKeys(h, keyboard, {"btn_2_7"});
+    QVERIFY(client->waitForLine(QStringLiteral("text hello妮妮h")));
+
     // The client had the focus all along: no tap on the bar or the keyboard took it.
     QCOMPARE(client->countLines(QRegularExpression(QStringLiteral("^focus out$"))), 0);
     QCOMPARE(client->countLines(QRegularExpression(QStringLiteral("^focus in$"))), 1);
