@@ -173,11 +173,10 @@ void TestStartup::keysReachEventDemo()
     h.tap('a', 'A');
     QVERIFY(demo->waitForLine(eventDemoKey(30, 'a', "pressed", 0)).hasMatch());
     QVERIFY(demo->waitForLine(eventDemoKey(30, 'a', "released", 0)).hasMatch());
-    // "@" and "A" need Shift on a US keyboard: the client sees the modifier with the key.
+    // "@" needs Shift on a US keyboard: the client sees the modifier with the key ("A" is
+    // the control port's test).
     h.tap('@', '@');
     QVERIFY(demo->waitForLine(eventDemoKey(3, '@', "pressed", 1)).hasMatch());
-    h.tap('A', 'A');
-    QVERIFY(demo->waitForLine(eventDemoKey(30, 'A', "pressed", 1)).hasMatch());
     // Keys without a character go by their key code (eventdemo shows BackSpace's keysym).
     h.tap(8, Qt::Key_Backspace);
     QVERIFY(demo->waitForLine(eventDemoKey(14, 0xff08, "pressed", 0)).hasMatch());
