@@ -6,28 +6,6 @@
 
 #include <cstring>
 
-class TestImeTables : public QObject
-{
-    Q_OBJECT
-
-private slots:
-    void initTestCase() { initImeTables(); }
-    void init() { initImeTables(); }
-
-    void tablesAreSortedForBsearch();
-    void pinyinRowsCoverLevelOneOnce();
-    void shownRows_data();
-    void shownRows();
-    void punctuationDecodes();
-    void lookups();
-    void fullWidthAlternates_data();
-    void fullWidthAlternates();
-    void rebuildingResetsAlternation();
-    void validPrefix_data();
-    void validPrefix();
-    void validPrefixDebugLines();
-};
-
 static const char *const syllables =
     "a ai an ang ao ba bai ban bang bao bei ben beng bi bian biao bie bin bing bo bu ca cai can "
     "cang cao ce ceng cha chai chan chang chao che chen cheng chi chong chou chu chuai chuan "
@@ -49,195 +27,163 @@ static const char *const syllables =
     "zei zen zeng zha zhai zhan zhang zhao zhe zhen zheng zhi zhong zhou zhu zhua zhuai zhuan "
     "zhuang zhui zhun zhuo zi zong zou zu zuan zui zun zuo";
 
-void TestImeTables::tablesAreSortedForBsearch()
+class TestImeTables : public QObject
 {
-    QCOMPARE(punctTableSize(), 33);
-    QCOMPARE(pinyinTableSize(), 396);
+    Q_OBJECT
 
-    QByteArray punctKeys;
-    for (int i = 0; i < punctTableSize(); ++i) {
-        QCOMPARE(std::strlen(punctTable[i].key), size_t(1));
-        punctKeys += punctTable[i].key;
-        if (i > 0)
-            QVERIFY(std::strcmp(punctTable[i - 1].key, punctTable[i].key) < 0);
-    }
-    QCOMPARE(punctKeys, QByteArray(" !\"#$%&'()*+,-./:;<=>?@[\\]^_`{|}~"));
+private slots:
+    // Every test starts from a rebuild, so each also checks that a rebuild restores the maps.
+    void init() { initImeTables(); }
 
-    QList<QByteArray> keys;
-    for (int i = 0; i < pinyinTableSize(); ++i) {
-        QVERIFY(pinyinTable[i].key && pinyinTable[i].value);
-        keys << pinyinTable[i].key;
-        if (i > 0)
-            QVERIFY2(std::strcmp(pinyinTable[i - 1].key, pinyinTable[i].key) < 0,
-                     pinyinTable[i].key);
-    }
-    QCOMPARE(keys, QByteArray(syllables).split(' '));
-}
-
-// Every GB2312 level-1 character (rows 16-55, row 55 ending at cell 89) exactly once, plus one
-// level-2 character (rows 56-87), and no row empty.
-void TestImeTables::pinyinRowsCoverLevelOneOnce()
-{
-    QSet<QByteArray> seen;
-    int levelOne = 0;
-    int levelTwo = 0;
-    int characters = 0;
-    for (int i = 0; i < pinyinTableSize(); ++i) {
-        const QByteArray value(pinyinTable[i].value);
-        QVERIFY2(!value.isEmpty(), pinyinTable[i].key);
-        QVERIFY2(value.size() % 2 == 0, pinyinTable[i].key);
-        for (int k = 0; k < value.size(); k += 2) {
-            const uchar high = uchar(value[k]);
-            const uchar low = uchar(value[k + 1]);
-            QVERIFY2(low >= 0xA1 && low <= 0xFE, pinyinTable[i].key);
-            if (high >= 0xB0 && high <= 0xD7 && (high < 0xD7 || low <= 0xF9))
-                ++levelOne;
-            else if (high >= 0xD8 && high <= 0xF7)
-                ++levelTwo;
-            else
-                QFAIL(qPrintable(QStringLiteral("not a hanzi in row %1").arg(pinyinTable[i].key)));
-            seen.insert(value.mid(k, 2));
-            ++characters;
+    // Sorted for bsearch and found by it, each ASCII mark once, decoding to its full-width form;
+    // the doubled marks are used whole, the others alternate.
+    void punctRows()
+    {
+        const QStringList expected =
+            QStringLiteral("\u3000 \uff01 \u201c\u201d \uff03 \uffe5 \uff05 \uff06 \u2018\u2019 "
+                           "\uff08 \uff09 \u00d7 \uff0b \uff0c \uff0d \u3002 \u3001 \uff1a \uff1b "
+                           "\u300a \uff1d \u300b \uff1f \uff20 \u3010 \uff3c \u3011 \u2026\u2026 "
+                           "\u2015\u2015 \u30fb \uff5b \uff5c \uff5d \uff5e")
+                .split(' ');
+        QCOMPARE(punctTableSize(), 33);
+        QCOMPARE(punctMap().size(), 33);
+        QCOMPARE(expected.size(), 33);
+        QByteArray keys;
+        for (int i = 0; i < 33; ++i) {
+            const char *key = punctTable[i].key;
+            QCOMPARE(std::strlen(key), size_t(1));
+            QVERIFY(i == 0 || std::strcmp(punctTable[i - 1].key, key) < 0);
+            keys += key;
+            QCOMPARE(findPunct(key), &punctTable[i]);
+            const FullWidthPunct record = punctMap().value(QString::fromLatin1(key));
+            QCOMPARE(record.text, expected[i]);
+            QCOMPARE(record.alternate, key[0] != '^' && key[0] != '_');
         }
+        QCOMPARE(findPunct("0"), nullptr);
+        QCOMPARE(findPunct(""), nullptr);
+        QCOMPARE(keys, QByteArray(" !\"#$%&'()*+,-./:;<=>?@[\\]^_`{|}~"));
     }
-    QCOMPARE(characters, 3756);
-    QCOMPARE(seen.size(), 3756);
-    QCOMPARE(levelOne, 3755);
-    QCOMPARE(levelTwo, 1);
-    QCOMPARE(QByteArray(findPinyin("ji")->value).size(), 54 * 2);
-    int longest = 0;
-    for (int i = 0; i < pinyinTableSize(); ++i)
-        longest = qMax(longest, int(std::strlen(pinyinTable[i].value)));
-    QCOMPARE(longest, 54 * 2);
-}
 
-void TestImeTables::shownRows_data()
-{
-    QTest::addColumn<QString>("syllable");
-    QTest::addColumn<QString>("characters");
-    QTest::newRow("a") << "a"
-                       << "啊阿";
-    QTest::newRow("o") << "o"
-                       << "哦";
-    QTest::newRow("de") << "de"
-                        << "得德的";
-    QTest::newRow("ni") << "ni"
-                        << "妮尼泥倪霓你拟逆匿溺腻";
-    QTest::newRow("hao") << "hao"
-                         << "毫豪嚎壕好郝号浩耗";
-    QTest::newRow("lv") << "lv"
-                        << "滤驴吕侣旅铝屡缕履律虑率绿氯";
-    QTest::newRow("chuang") << "chuang"
-                            << "闯疮窗床创";
-    QTest::newRow("zuo") << "zuo"
-                         << "昨左佐作坐座做";
-}
-
-void TestImeTables::shownRows()
-{
-    QFETCH(QString, syllable);
-    QFETCH(QString, characters);
-    QCOMPARE(pinyinMap().value(syllable), characters);
-}
-
-void TestImeTables::punctuationDecodes()
-{
-    const char16_t *const expected[33] = {
-        u"\u3000", u"\uff01",       u"\u201c\u201d", u"\uff03",       u"\uffe5", u"\uff05",
-        u"\uff06", u"\u2018\u2019", u"\uff08",       u"\uff09",       u"\u00d7", u"\uff0b",
-        u"\uff0c", u"\uff0d",       u"\u3002",       u"\u3001",       u"\uff1a", u"\uff1b",
-        u"\u300a", u"\uff1d",       u"\u300b",       u"\uff1f",       u"\uff20", u"\u3010",
-        u"\uff3c", u"\u3011",       u"\u2026\u2026", u"\u2015\u2015", u"\u30fb", u"\uff5b",
-        u"\uff5c", u"\uff5d",       u"\uff5e"};
-    QCOMPARE(punctMap().size(), 33);
-    for (int i = 0; i < 33; ++i) {
-        const FullWidthPunct record = punctMap().value(QString::fromLatin1(punctTable[i].key));
-        QCOMPARE(record.text, QString::fromUtf16(expected[i]));
-        const bool doubled = punctTable[i].key[0] == '^' || punctTable[i].key[0] == '_';
-        QCOMPARE(record.alternate, !doubled);
+    // The generator's promises: the listed syllables in bsearch order (each found), no row empty,
+    // every GB2312 level-1 character (rows 16-55, row 55 ending at cell 89) exactly once plus one
+    // level-2 character (rows 56-87), and "ji" the longest row at 54.
+    void pinyinRows()
+    {
+        QCOMPARE(pinyinTableSize(), 396);
+        QList<QByteArray> keys;
+        QSet<QByteArray> seen;
+        int levelOne = 0, levelTwo = 0, longest = 0;
+        for (int i = 0; i < pinyinTableSize(); ++i) {
+            const char *key = pinyinTable[i].key;
+            QVERIFY(key && pinyinTable[i].value);
+            QVERIFY2(i == 0 || std::strcmp(pinyinTable[i - 1].key, key) < 0, key);
+            keys << key;
+            QCOMPARE(findPinyin(key), &pinyinTable[i]);
+            const QByteArray value(pinyinTable[i].value);
+            QVERIFY2(!value.isEmpty() && value.size() % 2 == 0, key);
+            longest = qMax(longest, int(value.size()));
+            for (int k = 0; k < value.size(); k += 2) {
+                const uchar high = uchar(value[k]);
+                const uchar low = uchar(value[k + 1]);
+                const bool one = high >= 0xB0 && high <= 0xD7 && (high < 0xD7 || low <= 0xF9);
+                const bool two = high >= 0xD8 && high <= 0xF7;
+                QVERIFY2((one || two) && low >= 0xA1 && low <= 0xFE, key);
+                levelOne += one;
+                levelTwo += two;
+                seen.insert(value.mid(k, 2));
+            }
+        }
+        QCOMPARE(keys, QByteArray(syllables).split(' '));
+        QCOMPARE(seen.size(), 3756);
+        QCOMPARE(levelOne, 3755);
+        QCOMPARE(levelTwo, 1);
+        QCOMPARE(QByteArray(findPinyin("ji")->value).size(), 54 * 2);
+        QCOMPARE(longest, 54 * 2);
+        QCOMPARE(findPinyin(nullptr), nullptr);
     }
-}
 
-void TestImeTables::lookups()
-{
-    QCOMPARE(findPunct(" "), &punctTable[0]);
-    QCOMPARE(findPunct("~"), &punctTable[32]);
-    QCOMPARE(findPunct("0"), nullptr);
-    QCOMPARE(findPunct(""), nullptr);
-    QCOMPARE(findPinyin("a"), &pinyinTable[0]);
-    QCOMPARE(findPinyin("zuo"), &pinyinTable[395]);
-    QVERIFY(findPinyin("lv"));
-    QCOMPARE(findPinyin("zh"), nullptr);
-    QCOMPARE(findPinyin("zuoo"), nullptr);
-    QCOMPARE(findPinyin(nullptr), nullptr);
-}
+    void shownRows_data()
+    {
+        QTest::addColumn<QString>("row");
+        for (const QString &row :
+             QStringLiteral(
+                 "a 啊阿,o 哦,de 得德的,ni 妮尼泥倪霓你拟逆匿溺腻,hao 毫豪嚎壕好郝号浩耗,"
+                 "lv 滤驴吕侣旅铝屡缕履律虑率绿氯,chuang 闯疮窗床创,zuo 昨左佐作坐座做")
+                 .split(','))
+            QTest::newRow(qPrintable(row.section(' ', 0, 0))) << row;
+    }
 
-void TestImeTables::fullWidthAlternates_data()
-{
-    QTest::addColumn<QString>("ascii");
-    QTest::addColumn<QStringList>("uses");
-    const QString nul(QChar(0));
-    QTest::newRow("doubled mark whole") << "^" << QStringList{u"……"_qs, u"……"_qs, u"……"_qs};
-    QTest::newRow("dash whole") << "_" << QStringList{u"――"_qs, u"――"_qs};
-    QTest::newRow("double quotes pair") << "\"" << QStringList{u"“"_qs, u"”"_qs, u"“"_qs};
-    QTest::newRow("single quotes pair") << "'" << QStringList{u"‘"_qs, u"’"_qs, u"‘"_qs};
-    QTest::newRow("single mark and NUL") << "!" << QStringList{u"！"_qs, nul, u"！"_qs, nul};
-    QTest::newRow("not punctuation") << "a" << QStringList{QString(), QString()};
-    QTest::newRow("two characters") << "!!" << QStringList{QString()};
-}
+    void shownRows()
+    {
+        QFETCH(QString, row);
+        QCOMPARE(pinyinMap().value(row.section(' ', 0, 0)), row.section(' ', 1));
+    }
 
-void TestImeTables::fullWidthAlternates()
-{
-    QFETCH(QString, ascii);
-    QFETCH(QStringList, uses);
-    for (const QString &expected : uses)
-        QCOMPARE(fullWidthPunct(ascii), expected);
-}
+    void fullWidthAlternates_data()
+    {
+        QTest::addColumn<QString>("ascii");
+        QTest::addColumn<QStringList>("uses");
+        const QString nul(QChar(0));
+        QTest::newRow("doubled mark whole") << "^" << QStringList{u"……"_qs, u"……"_qs, u"……"_qs};
+        QTest::newRow("dash whole") << "_" << QStringList{u"――"_qs, u"――"_qs};
+        QTest::newRow("double quotes pair") << "\"" << QStringList{u"“"_qs, u"”"_qs, u"“"_qs};
+        QTest::newRow("single quotes pair") << "'" << QStringList{u"‘"_qs, u"’"_qs, u"‘"_qs};
+        QTest::newRow("single mark and NUL") << "!" << QStringList{u"！"_qs, nul, u"！"_qs, nul};
+        QTest::newRow("not punctuation") << "a" << QStringList{QString(), QString()};
+        QTest::newRow("two characters") << "!!" << QStringList{QString()};
+    }
 
-void TestImeTables::rebuildingResetsAlternation()
-{
-    QCOMPARE(fullWidthPunct("\""), u"“"_qs);
-    initImeTables();
-    QCOMPARE(fullWidthPunct("\""), u"“"_qs);
-    QCOMPARE(pinyinMap().value("ni"), u"妮尼泥倪霓你拟逆匿溺腻"_qs);
-}
+    void fullWidthAlternates()
+    {
+        QFETCH(QString, ascii);
+        QFETCH(QStringList, uses);
+        for (const QString &expected : uses)
+            QCOMPARE(fullWidthPunct(ascii), expected);
+        // a rebuild starts every alternation over
+        fullWidthPunct(ascii);
+        initImeTables();
+        QCOMPARE(fullWidthPunct(ascii), uses.first());
+    }
 
-void TestImeTables::validPrefix_data()
-{
-    QTest::addColumn<QString>("py");
-    QTest::addColumn<int>("length");
-    QTest::newRow("empty") << "" << -1;
-    QTest::newRow("no syllable") << "x" << -1;
-    QTest::newRow("initial alone") << "zh" << -1;
-    QTest::newRow("whole") << "xi" << 2;
-    QTest::newRow("longest") << "xianz" << 4;
-    QTest::newRow("stops at first miss") << "lve" << 2;
-    QTest::newRow("one letter") << "a" << 1;
-    QTest::newRow("with separator") << "an'" << 2;
-}
+    void validPrefix_data()
+    {
+        QTest::addColumn<QString>("py");
+        QTest::addColumn<int>("length");
+        QTest::newRow("empty") << "" << -1;
+        QTest::newRow("no syllable") << "x" << -1;
+        QTest::newRow("initial alone") << "zh" << -1;
+        QTest::newRow("whole") << "xi" << 2;
+        QTest::newRow("longest") << "xianz" << 4;
+        QTest::newRow("stops at first miss") << "lve" << 2;
+        QTest::newRow("one letter") << "a" << 1;
+        QTest::newRow("with separator") << "an'" << 2;
+        QTest::newRow("past the last row") << "zuoo" << 3;
+    }
 
-void TestImeTables::validPrefix()
-{
-    QFETCH(QString, py);
-    QFETCH(int, length);
-    QCOMPARE(longestSyllablePrefix(py, py), length);
-    // Misses are remembered as empty entries and must still read as no candidates.
-    QCOMPARE(longestSyllablePrefix(py, py), length);
-    QVERIFY(pinyinMap().value(py.left(1) + "q").isEmpty());
-}
+    void validPrefix()
+    {
+        QFETCH(QString, py);
+        QFETCH(int, length);
+        QCOMPARE(longestSyllablePrefix(py, py), length);
+        // bsearch finds exactly the whole syllables
+        QCOMPARE(findPinyin(py.toLatin1()) != nullptr, length == py.size());
+        // Misses are remembered as empty entries and must still read as misses.
+        QCOMPARE(longestSyllablePrefix(py, py), length);
+    }
 
-void TestImeTables::validPrefixDebugLines()
-{
-    QTest::ignoreMessage(QtDebugMsg, "found a valid py \"xi\"");
-    QTest::ignoreMessage(QtDebugMsg, "try longer py: \"xia\" result: \"" +
-                                         pinyinMap().value("xia").toUtf8() + "\"");
-    QTest::ignoreMessage(QtDebugMsg, "try longer py: \"xian\" result: \"" +
-                                         pinyinMap().value("xian").toUtf8() + "\"");
-    QTest::ignoreMessage(QtDebugMsg, "try longer py: \"xianz\" result: \"\"");
-    // The last line quotes the composition, not the string searched.
-    QTest::ignoreMessage(QtDebugMsg, "using \"abcd\"");
-    QCOMPARE(longestSyllablePrefix("xianz", "abcdef"), 4);
-}
+    void validPrefixDebugLines()
+    {
+        QTest::ignoreMessage(QtDebugMsg, "found a valid py \"xi\"");
+        for (const char *longer : {"xia", "xian"})
+            QTest::ignoreMessage(QtDebugMsg, "try longer py: \"" + QByteArray(longer) +
+                                                 "\" result: \"" +
+                                                 pinyinMap().value(longer).toUtf8() + "\"");
+        QTest::ignoreMessage(QtDebugMsg, "try longer py: \"xianz\" result: \"\"");
+        // The last line quotes the composition, not the string searched.
+        QTest::ignoreMessage(QtDebugMsg, "using \"abcd\"");
+        QCOMPARE(longestSyllablePrefix("xianz", "abcdef"), 4);
+    }
+};
 
 QTEST_GUILESS_MAIN(TestImeTables)
 #include "tst_imetables.moc"
