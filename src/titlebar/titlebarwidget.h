@@ -34,11 +34,6 @@ public:
     explicit TitleBarWidget(QWidget *parent = nullptr);
     ~TitleBarWidget() override;
 
-    int titleBarPosition() const { return position; }
-    QPoint menuPosition() const { return m_menuPos; }
-    QwsKeyBoardWidget *keyboard() const { return m_keyboard; }
-    QMenu *systemMenu() const { return m_sysMenu; }
-
 public slots:
     void onSpecialKey(int keycode, bool isPressed);
     void onScreenTransformed();

@@ -42,7 +42,6 @@ public:
     Key bindExtraCharacter(char32_t ucs4, QString *variant);
 
     QString layoutName() const { return QStringLiteral("tideshell"); }
-    QString baseLayout() const { return m_baseLayout; }
 
 private:
     bool compile(const QString &layout, const QString &variant);

@@ -170,7 +170,6 @@ public:
 
     WindowServer *q;
     QString socketName;
-    QColor desktopColor = Qt::black;
     QRect maxRect;
     QTemporaryDir xkbDir;
     QQuickWindow *view = nullptr;
@@ -223,7 +222,6 @@ void WindowServerPrivate::createCompositor()
 
     view = new QQuickWindow;
     view->setTitle(QStringLiteral("tideshell desktop"));
-    view->setColor(desktopColor);
     view->installEventFilter(this);
 
     compositor = new QWaylandQuickCompositor;
@@ -649,11 +647,7 @@ WindowServer::WindowServer(QObject *parent)
     Q_ASSERT(!s_instance);
     s_instance = this;
     ensureRuntimeDir();
-    d->socketName = socketNameFromArguments(0, nullptr);
-    const QStringList args = QCoreApplication::arguments();
-    const int at = args.indexOf(QStringLiteral("--wayland-socket-name"));
-    if (at >= 0 && at + 1 < args.size())
-        d->socketName = args.at(at + 1);
+    d->socketName = socketNameFromArguments(QCoreApplication::arguments());
     // The private layout with characters bound to spare keys lives here; the compositor's
     // keymap compiler must see it before it builds its first keymap.
     if (d->xkbDir.isValid())
@@ -674,10 +668,17 @@ WindowServer *WindowServer::instance()
 
 QString WindowServer::socketNameFromArguments(int argc, char **argv)
 {
-    for (int i = 1; i + 1 < argc; ++i) {
-        if (qstrcmp(argv[i], "--wayland-socket-name") == 0)
-            return QString::fromLocal8Bit(argv[i + 1]);
-    }
+    QStringList args;
+    for (int i = 0; i < argc; ++i)
+        args.append(QString::fromLocal8Bit(argv[i]));
+    return socketNameFromArguments(args);
+}
+
+QString WindowServer::socketNameFromArguments(const QStringList &args)
+{
+    const int at = int(args.indexOf(QStringLiteral("--wayland-socket-name")));
+    if (at >= 1 && at + 1 < args.size())
+        return args.at(at + 1);
     return QStringLiteral("wayland-0");
 }
 
@@ -728,24 +729,13 @@ QProcessEnvironment WindowServer::clientEnvironment() const
 
 void WindowServer::setDesktopColor(const QColor &color)
 {
-    d->desktopColor = color;
     d->view->setColor(color);
-}
-
-QColor WindowServer::desktopColor() const
-{
-    return d->desktopColor;
 }
 
 void WindowServer::showDesktop()
 {
     d->view->setGeometry(QGuiApplication::primaryScreen()->geometry());
     d->view->showFullScreen();
-}
-
-QQuickWindow *WindowServer::desktopView() const
-{
-    return d->view;
 }
 
 void WindowServer::setMaxWindowRect(const QRect &rect)
@@ -822,17 +812,4 @@ void WindowServer::sendMouseEvent(const QPoint &pos, int buttons, int wheel)
         QWindowSystemInterface::handleWheelEvent(target, local, global, QPoint(), QPoint(0, wheel));
         QWindowSystemInterface::flushWindowSystemEvents();
     }
-}
-
-QList<ClientWindow *> WindowServer::clientWindows() const
-{
-    QList<ClientWindow *> list;
-    for (WindowEntry *entry : d->windows)
-        list.append(entry->window);
-    return list;
-}
-
-ClientWindow *WindowServer::activeWindow() const
-{
-    return d->active ? d->active->window : nullptr;
 }

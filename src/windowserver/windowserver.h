@@ -6,10 +6,10 @@
 #include <QProcessEnvironment>
 #include <QRect>
 #include <QString>
+#include <QStringList>
 
 #include <memory>
 
-class QQuickWindow;
 class ClientWindow;
 class WindowServerPrivate;
 
@@ -35,6 +35,7 @@ public:
     // runs first). The name is the value of "--wayland-socket-name NAME" when given, else
     // "wayland-0"; the path lies in $XDG_RUNTIME_DIR.
     static QString socketNameFromArguments(int argc, char **argv);
+    static QString socketNameFromArguments(const QStringList &args);
     static QString socketPathFor(const QString &socketName);
     // Gives the process an XDG_RUNTIME_DIR when it has none (/run/user/<uid>, else Qt's
     // runtime location), so that server and children agree on where the socket lives.
@@ -47,9 +48,7 @@ public:
 
     // Desktop background and the view itself.
     void setDesktopColor(const QColor &color);
-    QColor desktopColor() const;
     void showDesktop();
-    QQuickWindow *desktopView() const;
 
     // Maximised client windows are fitted to this rectangle; new windows open inside it.
     void setMaxWindowRect(const QRect &rect);
@@ -61,10 +60,6 @@ public:
     void sendKeyEvent(int unicode, int keycode, Qt::KeyboardModifiers modifiers, bool isPress,
                       bool autoRepeat);
     void sendMouseEvent(const QPoint &pos, int buttons, int wheel);
-
-    // Client windows, bottom first.
-    QList<ClientWindow *> clientWindows() const;
-    ClientWindow *activeWindow() const;
 
 signals:
     void windowEvent(ClientWindow *window, WindowServer::WindowEvent eventType);
