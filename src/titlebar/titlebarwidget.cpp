@@ -114,7 +114,7 @@ TitleBarWidget::~TitleBarWidget()
 
 void TitleBarWidget::onTimeOut()
 {
-    ui->dateLabel->setText(dateText());
+    refreshDate();
     m_clockTimer->start(clockInterval(QTime::currentTime()));
     ui->ipLabel->setText(ipText(currentInterfaces()));
 }
