@@ -65,7 +65,8 @@ signals:
     void windowEvent(ClientWindow *window, WindowServer::WindowEvent eventType);
 
 private:
-    friend class WindowServerPrivate;
+    void listen();
+
     std::unique_ptr<WindowServerPrivate> d;
 };
 
@@ -86,7 +87,7 @@ public:
     bool isFullScreen() const { return m_fullScreen; }
 
 private:
-    friend class WindowServerPrivate;
+    friend class WindowManager;
     explicit ClientWindow(int id, QObject *parent);
 
     int m_id;

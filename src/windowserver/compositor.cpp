@@ -1,0 +1,83 @@
+#include "compositor.h"
+
+
+#include <QDir>
+#include <QFile>
+#include <QGuiApplication>
+#include <QQuickWindow>
+#include <QtWaylandCompositor/QWaylandKeymap>
+#include <QtWaylandCompositor/QWaylandQuickCompositor>
+#include <QtWaylandCompositor/QWaylandQuickOutput>
+#include <QtWaylandCompositor/QWaylandSeat>
+#include <QtWaylandCompositor/QWaylandTextInputManager>
+#include <QtWaylandCompositor/QWaylandXdgDecorationManagerV1>
+#include <QtWaylandCompositor/QWaylandXdgShell>
+
+namespace {
+
+// Platforms without a GPU render the desktop with Qt Quick's software renderer; only eglfs
+// is expected to have OpenGL. QT_QUICK_BACKEND still overrides the choice.
+bool useSoftwareRenderer()
+{
+    if (qEnvironmentVariableIsSet("QT_QUICK_BACKEND"))
+        return qgetenv("QT_QUICK_BACKEND") == "software";
+    return QGuiApplication::platformName() != QLatin1String("eglfs");
+}
+
+} // namespace
+
+Compositor::Compositor(const QString &socketName, QObject *parent)
+    : QObject(parent), m_socketName(socketName),
+      m_baseLayout(qEnvironmentVariable("XKB_DEFAULT_LAYOUT", QStringLiteral("us"))),
+      m_xkbDir(QDir::tempPath() + QStringLiteral("/tideshell-xkb-XXXXXX"))
+{
+    // The private layout with characters bound to spare keys lives here; the keymap compiler
+    // must see it before the seat builds its first keymap.
+    if (m_xkbDir.isValid())
+        qputenv("XKB_CONFIG_EXTRA_PATH", QFile::encodeName(m_xkbDir.path()));
+    if (useSoftwareRenderer())
+        QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
+    m_view = new QQuickWindow;
+    m_view->setTitle(QStringLiteral("tideshell desktop"));
+}
+
+Compositor::~Compositor()
+{
+    delete m_compositor;
+    delete m_view;
+}
+
+QWaylandSeat *Compositor::seat() const
+{
+    return m_compositor ? m_compositor->defaultSeat() : nullptr;
+}
+
+void Compositor::listen()
+{
+    Q_ASSERT(!m_compositor);
+    m_compositor = new QWaylandQuickCompositor;
+    m_compositor->setSocketName(m_socketName.toUtf8());
+    m_compositor->setUseHardwareIntegrationExtension(!useSoftwareRenderer());
+
+    // Extensions made with the compositor as their container initialise themselves once the
+    // event loop runs; the decoration manager has no such constructor and is started below.
+    m_xdgShell = new QWaylandXdgShell(m_compositor);
+    auto *decorations = new QWaylandXdgDecorationManagerV1;
+    decorations->setParent(m_compositor);
+    // Clients on a device shell draw no frames of their own: their windows are the content.
+    decorations->setPreferredMode(QWaylandXdgToplevel::ServerSideDecoration);
+    // One text-input protocol only: offering a second one made Qt clients hang at start.
+    new QWaylandTextInputManager(m_compositor);
+
+    m_output = new QWaylandQuickOutput(m_compositor, m_view);
+    m_output->setSizeFollowsWindow(true);
+    m_compositor->setDefaultOutput(m_output);
+
+    m_compositor->create();
+    decorations->initialize();
+
+    QWaylandKeymap *keymap = m_compositor->defaultSeat()->keymap();
+    keymap->setRules(QStringLiteral("evdev"));
+    keymap->setModel(QStringLiteral("pc105"));
+    keymap->setLayout(m_baseLayout);
+}

@@ -1,0 +1,325 @@
+#include "windows.h"
+
+#include "compositor.h"
+
+#include <QGuiApplication>
+#include <QLoggingCategory>
+#include <QQuickWindow>
+#include <QScreen>
+#include <QtWaylandCompositor/QWaylandQuickOutput>
+#include <QtWaylandCompositor/QWaylandQuickShellSurfaceItem>
+#include <QtWaylandCompositor/QWaylandSeat>
+#include <QtWaylandCompositor/QWaylandSurface>
+#include <QtWaylandCompositor/QWaylandXdgShell>
+
+Q_DECLARE_LOGGING_CATEGORY(lcWindowServer)
+
+namespace {
+
+const char *const eventNames[] = {"Create", "Destroy",  "Hide",   "Show", "Raise",
+                                  "Lower",  "Geometry", "Active", "Name"};
+
+} // namespace
+
+ClientWindow::ClientWindow(int id, QObject *parent) : QObject(parent), m_id(id) {}
+
+ClientWindow::~ClientWindow() = default;
+
+// One toplevel of a client with the item that shows it. It is the context of every
+// connection made for the window, so that deleting it cuts them all at once.
+class WindowEntry : public QObject
+{
+public:
+    ClientWindow *window = nullptr;
+    QPointer<QWaylandXdgSurface> xdgSurface;
+    QPointer<QWaylandXdgToplevel> toplevel;
+    QPointer<QWaylandSurface> surface;
+    QPointer<QWaylandQuickShellSurfaceItem> item;
+    bool placed = false;
+};
+
+WindowManager::WindowManager(Compositor *compositor, QObject *parent)
+    : QObject(parent), m_compositor(compositor),
+      m_maxRect(QPoint(0, 0), QGuiApplication::primaryScreen()->geometry().size())
+{
+}
+
+WindowManager::~WindowManager()
+{
+    // Items refer to surfaces owned by the compositor: they must go first.
+    for (WindowEntry *entry : std::as_const(m_windows)) {
+        delete entry->item;
+        delete entry;
+    }
+}
+
+void WindowManager::attach()
+{
+    connect(m_compositor->xdgShell(), &QWaylandXdgShell::toplevelCreated, this,
+            &WindowManager::handleToplevelCreated);
+    connect(m_compositor->xdgShell(), &QWaylandXdgShell::popupCreated, this,
+            [this](QWaylandXdgPopup *popup, QWaylandXdgSurface *) { handlePopupCreated(popup); });
+    connect(m_compositor->seat(), &QWaylandSeat::keyboardFocusChanged, this,
+            [this](QWaylandSurface *newFocus, QWaylandSurface *) {
+                handleKeyboardFocusChanged(newFocus);
+            });
+    m_compositor->output()->setAvailableGeometry(m_maxRect);
+}
+
+void WindowManager::handleToplevelCreated(QWaylandXdgToplevel *toplevel,
+                                          QWaylandXdgSurface *xdgSurface)
+{
+    auto *entry = new WindowEntry;
+    entry->window = new ClientWindow(m_nextId++, this);
+    entry->xdgSurface = xdgSurface;
+    entry->toplevel = toplevel;
+    entry->surface = xdgSurface->surface();
+    if (QWaylandClient *client = entry->surface->client())
+        entry->window->m_pid = client->processId();
+
+    entry->item = new QWaylandQuickShellSurfaceItem(m_compositor->view()->contentItem());
+    entry->item->setShellSurface(xdgSurface);
+    entry->item->setAutoCreatePopupItems(true);
+    entry->item->setOutput(m_compositor->output());
+    entry->item->setZ(m_nextZ++);
+    m_windows.append(entry);
+
+    connect(toplevel, &QWaylandXdgToplevel::titleChanged, entry, [this, entry] {
+        entry->window->m_title = entry->toplevel->title();
+        notify(entry, WindowServer::Name);
+    });
+    connect(toplevel, &QWaylandXdgToplevel::appIdChanged, entry,
+            [entry] { entry->window->m_appId = entry->toplevel->appId(); });
+    auto stateChanged = [this, entry] {
+        entry->window->m_maximized = entry->toplevel->maximized();
+        entry->window->m_fullScreen = entry->toplevel->fullscreen();
+        updateGeometry(entry);
+    };
+    connect(toplevel, &QWaylandXdgToplevel::maximizedChanged, entry, stateChanged);
+    connect(toplevel, &QWaylandXdgToplevel::fullscreenChanged, entry, stateChanged);
+    auto geometryChanged = [this, entry] { updateGeometry(entry); };
+    connect(xdgSurface, &QWaylandXdgSurface::windowGeometryChanged, entry, geometryChanged);
+    connect(entry->item, &QQuickItem::xChanged, entry, geometryChanged);
+    connect(entry->item, &QQuickItem::yChanged, entry, geometryChanged);
+    connect(entry->surface, &QWaylandSurface::destinationSizeChanged, entry, geometryChanged);
+    connect(entry->surface, &QWaylandSurface::hasContentChanged, entry, [this, entry] {
+        if (entry->surface->hasContent())
+            handleMapped(entry);
+        else
+            handleUnmapped(entry);
+    });
+    // The window ends with the first of its objects the client destroys.
+    auto end = [this, entry] { endWindow(entry); };
+    connect(entry->surface, &QWaylandSurface::surfaceDestroyed, entry, end);
+    connect(xdgSurface, &QObject::destroyed, entry, end);
+    connect(toplevel, &QObject::destroyed, entry, end);
+
+    notify(entry, WindowServer::Create);
+}
+
+void WindowManager::handlePopupCreated(QWaylandXdgPopup *popup)
+{
+    QWaylandSurface *surface = popup->xdgSurface()->surface();
+    m_popups.append({popup, surface});
+    auto forget = [this, surface] {
+        m_popups.removeIf([surface](const OpenPopup &p) { return p.surface == surface; });
+    };
+    connect(surface, &QWaylandSurface::surfaceDestroyed, this, forget);
+    connect(popup, &QObject::destroyed, this, forget);
+    // Input meant for a menu must wait until the menu is on the screen.
+    connect(surface, &QWaylandSurface::hasContentChanged, this, [surface] {
+        qCInfo(lcWindowServer) << "client popup" << (surface->hasContent() ? "Show" : "Hide");
+    });
+}
+
+void WindowManager::handleMapped(WindowEntry *entry)
+{
+    entry->window->m_visible = true;
+    if (!entry->placed) {
+        entry->placed = true;
+        place(entry);
+    }
+    notify(entry, WindowServer::Show);
+    // A window that appears comes on top with the keyboard focus.
+    activate(entry);
+}
+
+void WindowManager::handleUnmapped(WindowEntry *entry)
+{
+    entry->window->m_visible = false;
+    notify(entry, WindowServer::Hide);
+    if (m_active == entry)
+        focusTopmost();
+}
+
+void WindowManager::endWindow(WindowEntry *entry)
+{
+    m_windows.removeOne(entry);
+    const bool wasActive = m_active == entry;
+    if (wasActive)
+        m_active = nullptr;
+    notify(entry, WindowServer::Destroy);
+    if (entry->item)
+        entry->item->deleteLater();
+    entry->window->deleteLater();
+    delete entry;
+    if (wasActive)
+        focusTopmost();
+}
+
+// When the focused window goes, the focus passes to the topmost window still shown; with
+// none left, nobody has it.
+void WindowManager::focusTopmost()
+{
+    for (auto it = m_windows.crbegin(); it != m_windows.crend(); ++it) {
+        if ((*it)->window->isVisible()) {
+            activate(*it);
+            return;
+        }
+    }
+    m_active = nullptr;
+    m_compositor->seat()->setKeyboardFocus(nullptr);
+}
+
+// The window's frame within its surface: the geometry the client set, else the whole surface.
+QRect WindowManager::frameOf(const WindowEntry *entry) const
+{
+    const QRect frame = entry->xdgSurface ? entry->xdgSurface->windowGeometry() : QRect();
+    if (frame.isValid())
+        return frame;
+    return QRect(QPoint(0, 0), entry->surface ? entry->surface->destinationSize() : QSize());
+}
+
+// New windows open inside the maximum window rectangle, centred; maximised and full-screen
+// ones are placed by their state instead.
+void WindowManager::place(WindowEntry *entry)
+{
+    if (entry->toplevel->maximized()) {
+        entry->item->setPosition(m_maxRect.topLeft());
+        return;
+    }
+    if (entry->toplevel->fullscreen()) {
+        entry->item->setPosition(QPointF(0, 0));
+        return;
+    }
+    const QRect frame = frameOf(entry);
+    QPoint topLeft = m_maxRect.topLeft() + QPoint((m_maxRect.width() - frame.width()) / 2,
+                                                  (m_maxRect.height() - frame.height()) / 2);
+    topLeft.setX(qMax(topLeft.x(), m_maxRect.left()));
+    topLeft.setY(qMax(topLeft.y(), m_maxRect.top()));
+    entry->item->setPosition(topLeft - frame.topLeft());
+}
+
+void WindowManager::raise(WindowEntry *entry)
+{
+    if (m_windows.constLast() == entry && entry->item->z() == m_nextZ - 1)
+        return;
+    m_windows.removeOne(entry);
+    m_windows.append(entry);
+    entry->item->setZ(m_nextZ++);
+    notify(entry, WindowServer::Raise);
+}
+
+void WindowManager::activate(WindowEntry *entry)
+{
+    raise(entry);
+    // Through the item, so that the client's text input is told it has the focus too.
+    if (m_compositor->seat()->keyboardFocus() != entry->surface)
+        entry->item->takeFocus();
+    // Keys typed on the device now belong to the desktop view, and through it to the client.
+    m_compositor->view()->requestActivate();
+    if (m_active != entry) {
+        m_active = entry;
+        notify(entry, WindowServer::Active);
+    }
+}
+
+void WindowManager::handleKeyboardFocusChanged(QWaylandSurface *surface)
+{
+    // A click or touch on a client gives it the focus through its item; the window then
+    // comes on top as well.
+    if (WindowEntry *entry = entryFor(surface)) {
+        if (entry != m_active)
+            activate(entry);
+    }
+}
+
+WindowEntry *WindowManager::entryFor(QWaylandSurface *surface) const
+{
+    if (!surface)
+        return nullptr;
+    for (WindowEntry *entry : m_windows) {
+        if (entry->surface == surface)
+            return entry;
+    }
+    return nullptr;
+}
+
+QQuickItem *WindowManager::itemFor(QWaylandSurface *surface) const
+{
+    const WindowEntry *entry = entryFor(surface);
+    return entry ? entry->item : nullptr;
+}
+
+void WindowManager::updateGeometry(WindowEntry *entry)
+{
+    const QRect frame = frameOf(entry);
+    const QRect geometry(entry->item->position().toPoint() + frame.topLeft(), frame.size());
+    if (geometry == entry->window->m_geometry)
+        return;
+    entry->window->m_geometry = geometry;
+    notify(entry, WindowServer::Geometry);
+}
+
+void WindowManager::notify(WindowEntry *entry, WindowServer::WindowEvent event)
+{
+    const ClientWindow *w = entry->window;
+    const QRect g = w->geometry();
+    qCInfo(lcWindowServer).noquote()
+        << QStringLiteral("window %1 %2 x=%3 y=%4 w=%5 h=%6 max=%7 full=%8 title=%9")
+               .arg(w->id())
+               .arg(QLatin1String(eventNames[event]))
+               .arg(g.x())
+               .arg(g.y())
+               .arg(g.width())
+               .arg(g.height())
+               .arg(int(w->isMaximized()))
+               .arg(int(w->isFullScreen()))
+               .arg(w->title());
+    emit windowEvent(entry->window, event);
+}
+
+void WindowManager::setMaxWindowRect(const QRect &rect)
+{
+    if (rect == m_maxRect)
+        return;
+    m_maxRect = rect;
+    if (!m_compositor->isListening())
+        return;
+    m_compositor->output()->setAvailableGeometry(rect);
+    // Windows already maximised follow the new rectangle at once.
+    for (WindowEntry *entry : std::as_const(m_windows)) {
+        if (!entry->toplevel->maximized())
+            continue;
+        entry->toplevel->sendMaximized(rect.size());
+        entry->item->setPosition(rect.topLeft());
+    }
+}
+
+void WindowManager::dismissPopupsOutside(const QPointF &scenePos)
+{
+    // A press outside a client's open menus closes them, as the xdg popup grab requires;
+    // the innermost menu first, and none of those the press is in.
+    m_popups.removeIf(
+        [](const OpenPopup &p) { return !p.popup || !p.surface || p.surface->isDestroyed(); });
+    for (int i = int(m_popups.size()) - 1; i >= 0; --i) {
+        const OpenPopup open = m_popups.at(i);
+        const QList<QWaylandView *> views = open.surface->views();
+        for (QWaylandView *v : views) {
+            auto *item = qobject_cast<QQuickItem *>(v->renderObject());
+            if (item && item->contains(item->mapFromScene(scenePos)))
+                return;
+        }
+        open.popup->sendPopupDone();
+    }
+}
