@@ -1,5 +1,6 @@
 #include "compositor.h"
 
+#include "protocolguard.h"
 
 #include <QDir>
 #include <QFile>
@@ -75,6 +76,7 @@ void Compositor::listen()
 
     m_compositor->create();
     decorations->initialize();
+    ProtocolGuard::install(m_compositor);
 
     QWaylandKeymap *keymap = m_compositor->defaultSeat()->keymap();
     keymap->setRules(QStringLiteral("evdev"));

@@ -1,0 +1,10 @@
+#pragma once
+
+class QWaylandCompositor;
+
+// Requests that QtWaylandCompositor takes on trust although the protocol forbids them. Each
+// one is answered with the protocol error the specification of the request names, which
+// disconnects the client before the request can do harm.
+namespace ProtocolGuard {
+void install(QWaylandCompositor *compositor);
+}
