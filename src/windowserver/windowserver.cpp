@@ -2,6 +2,7 @@
 
 #include "compositor.h"
 #include "input.h"
+#include "shmguard.h"
 #include "windows.h"
 
 #include <QFileInfo>
@@ -63,6 +64,7 @@ void WindowServer::listen()
     if (d->compositor.isListening())
         return;
     d->compositor.listen();
+    new ShmGuard(d->compositor.compositor());
     d->windows.attach();
     d->input.attach();
 }
