@@ -25,6 +25,30 @@ ClientWindow::ClientWindow(int id, QObject *parent) : QObject(parent), m_id(id) 
 
 ClientWindow::~ClientWindow() = default;
 
+// Shows a client's surface. Qt Quick tells an item that the pointer left it only after it
+// told the item now under the pointer that the pointer entered; the stock item then takes
+// the seat's pointer focus away from whatever surface has it, which is by then the other
+// one. A menu that opens under a resting pointer got the pointer and lost it again at once,
+// and a menu that loses the pointer drops the entry chosen with the keys.
+class ClientItem : public QWaylandQuickShellSurfaceItem
+{
+public:
+    explicit ClientItem(QQuickItem *parent) : QWaylandQuickShellSurfaceItem(parent)
+    {
+        // Menus get items of this kind too; the window manager makes them.
+        setAutoCreatePopupItems(false);
+    }
+
+protected:
+    void hoverLeaveEvent(QHoverEvent *event) override
+    {
+        const QWaylandSeat *seat = compositor() ? compositor()->seatFor(event) : nullptr;
+        if (seat && seat->mouseFocus() != view())
+            return;
+        QWaylandQuickShellSurfaceItem::hoverLeaveEvent(event);
+    }
+};
+
 // One toplevel of a client with the item that shows it. It is the context of every
 // connection made for the window, so that deleting it cuts them all at once.
 class WindowEntry : public QObject
@@ -77,9 +101,8 @@ void WindowManager::handleToplevelCreated(QWaylandXdgToplevel *toplevel,
     if (QWaylandClient *client = entry->surface->client())
         entry->window->m_pid = client->processId();
 
-    entry->item = new QWaylandQuickShellSurfaceItem(m_compositor->view()->contentItem());
+    entry->item = new ClientItem(m_compositor->view()->contentItem());
     entry->item->setShellSurface(xdgSurface);
-    entry->item->setAutoCreatePopupItems(true);
     entry->item->setOutput(m_compositor->output());
     entry->item->setZ(m_nextZ++);
     m_windows.append(entry);
@@ -120,16 +143,27 @@ void WindowManager::handleToplevelCreated(QWaylandXdgToplevel *toplevel,
 void WindowManager::handlePopupCreated(QWaylandXdgPopup *popup)
 {
     QWaylandSurface *surface = popup->xdgSurface()->surface();
+    // A menu is shown by an item inside its parent's item, which places it relative to the
+    // parent as the client asked; a menu whose parent is not on the screen stays unseen.
+    QQuickItem *parentItem = nullptr;
+    if (QWaylandXdgSurface *parent = popup->parentXdgSurface()) {
+        const QList<QWaylandView *> views = parent->surface()->views();
+        for (QWaylandView *v : views)
+            parentItem = parentItem
+                             ? parentItem
+                             : qobject_cast<QWaylandQuickShellSurfaceItem *>(v->renderObject());
+    }
+    if (parentItem) {
+        auto *item = new ClientItem(parentItem);
+        item->setShellSurface(popup->xdgSurface());
+        connect(item, &QWaylandQuickItem::surfaceDestroyed, item, &QObject::deleteLater);
+    }
     m_popups.append({popup, surface});
     auto forget = [this, surface] {
         m_popups.removeIf([surface](const OpenPopup &p) { return p.surface == surface; });
     };
     connect(surface, &QWaylandSurface::surfaceDestroyed, this, forget);
     connect(popup, &QObject::destroyed, this, forget);
-    // Input meant for a menu must wait until the menu is on the screen.
-    connect(surface, &QWaylandSurface::hasContentChanged, this, [surface] {
-        qCInfo(lcWindowServer) << "client popup" << (surface->hasContent() ? "Show" : "Hide");
-    });
 }
 
 void WindowManager::handleMapped(WindowEntry *entry)

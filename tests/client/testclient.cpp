@@ -7,6 +7,7 @@
 //   key press|release KEY TEXT   every key the line edit gets
 //   mouse press|release X Y BUTTON
 //   popup shown|hidden, popup triggered ITEM   the context menu a right click opens
+//   popup pointer in|out                       the pointer entering or leaving that menu
 // Options: --maximized, --fullscreen, --title TEXT.
 #include <QApplication>
 #include <QKeyEvent>
@@ -64,12 +65,20 @@ class Window : public QWidget
             menu->addAction(QString::fromLatin1(item));
         connect(menu, &QMenu::aboutToShow, [] { report(QStringLiteral("popup shown")); });
         connect(menu, &QMenu::aboutToHide, [] { report(QStringLiteral("popup hidden")); });
+        menu->installEventFilter(this);
         connect(menu, &QMenu::triggered,
                 [](QAction *a) { report(QStringLiteral("popup triggered ") + a->text()); });
         menu->popup(at);
     }
 
 protected:
+    bool eventFilter(QObject *watched, QEvent *e) override
+    {
+        if (e->type() == QEvent::Enter || e->type() == QEvent::Leave)
+            report(e->type() == QEvent::Enter ? QStringLiteral("popup pointer in")
+                                              : QStringLiteral("popup pointer out"));
+        return QWidget::eventFilter(watched, e);
+    }
     void resizeEvent(QResizeEvent *) override
     {
         report(QStringLiteral("size %1 %2").arg(width()).arg(height()));
