@@ -105,11 +105,13 @@ PINNED_ROWS = {
     "zuo": "昨左佐作坐座做",
 }
 
-# Readings given by hand, with no count, where the Unihan data mislead.
+# Readings given by hand where the Unihan data mislead; of the character's
+# kHanyuPinlu counts only those of that reading are kept.
 READING_FIXES = {
     # kHanyuPinlu and kMandarin give 著 the readings and the very counts of
     # 着 (zhe 10643, ...), whose traditional form it also is; in simplified
-    # text, the only kind the keyboard writes, 著 is zhu4 (著名, 著作).
+    # text, the only kind the keyboard writes, 著 is zhu4 (著名, 著作), and
+    # zhu4 275 is the count that belongs to it.
     "著": "zhu",
 }
 
@@ -200,12 +202,11 @@ class Unihan:
     def syllable_counts(self, cp):
         """kHanyuPinlu counts per toneless syllable (tones added up), as a Counter."""
         counts = collections.Counter()
-        if chr(cp) in READING_FIXES:
-            return counts
         for entry in self.readings_raw["kHanyuPinlu"].get(cp, "").split():
             reading, count = re.fullmatch(r"(.+)\((\d+)\)", entry).groups()
             counts[toneless(reading)[0]] += int(count)
-        return counts
+        fixed = READING_FIXES.get(chr(cp))
+        return collections.Counter({fixed: counts[fixed]}) if fixed else counts
 
     def count(self, cp):
         """How often the character occurs, over all its readings; 0 when unknown."""
