@@ -145,16 +145,18 @@ int longestSyllablePrefix(const QString &py, const QString &preEdit)
 {
     if (py.isEmpty())
         return -1;
-    QMap<QString, QString> &map = pinyinMap();
+    // Read-only lookups: a miss must not be stored, or every prefix tried of a long pre-edit
+    // that starts no syllable would stay in the map (quadratic in its length).
+    const QMap<QString, QString> &map = pinyinMap();
     int n = 1;
-    while (map[py.left(n)].isEmpty()) {
+    while (map.value(py.left(n)).isEmpty()) {
         ++n;
         if (n > py.size())
             return -1;
     }
     qDebug() << "found a valid py" << py.left(n);
     for (++n; n <= py.size(); ++n) {
-        const QString candidates = map[py.left(n)];
+        const QString candidates = map.value(py.left(n));
         qDebug() << "try longer py:" << py.left(n) << "result:" << candidates;
         if (candidates.isEmpty())
             break;

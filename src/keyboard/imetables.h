@@ -45,6 +45,5 @@ void initImeTables();
 QString fullWidthPunct(const QString &ascii);
 
 // Length of the longest syllable prefix of py grown one letter at a time, or -1. preEdit is
-// only quoted in the final debug line. Looking up a prefix adds it to pinyinMap() with an empty
-// value when it is not a syllable.
+// only quoted in the final debug line. Leaves pinyinMap() as it is.
 int longestSyllablePrefix(const QString &py, const QString &preEdit);

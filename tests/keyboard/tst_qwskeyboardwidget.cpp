@@ -197,6 +197,8 @@ void TestKeyboard::paging_data()
     QTest::newRow("14") << "lv > > > < < < 3"
                         << QStringList{lv, lv2, "|1|0", "|1|0", lv2, lv, lv, "|0|0"}
                         << QStringList{u"侣"_qs};
+    QTest::newRow("most used first")
+        << "shi 0" << QStringList{u"是时十事实使世|0|1"_qs, "|0|0"} << QStringList{u"是"_qs};
     // "nie" has fewer than eight candidates, so the kept offset shows an empty page, whose
     // candidates pick nothing.
     QTest::newRow("offset kept while typing")
@@ -243,7 +245,7 @@ void TestKeyboard::segmentation()
 
     h.kb.removeFirstCharFromIME();
     QCOMPARE(h.preEdit(), "an'");
-    QCOMPARE(h.page(), u"安氨鞍俺岸按案|0|1"_qs);
+    QCOMPARE(h.page(), u"安按岸暗案俺氨|0|1"_qs);
     QTest::mouseClick(h.button("hzBtn0"), Qt::LeftButton);
     QCOMPARE(h.takeStrings(), QStringList{u"安"_qs});
     QCOMPARE(h.preEdit(), QString());

@@ -6,19 +6,35 @@ Usage: gen_pinyin_table.py [--unihan DIR] [--output FILE]
 Reads Debian's unicode-data files (Unihan_Readings, Unihan_OtherMappings,
 Unihan_IRGSources, all .txt.bz2) and writes src/keyboard/pinyintable_data.cpp,
 which is committed: the normal build never runs this script.
+bench/pinyin_pages.py imports it for the same character counts.
 
-How a row is made:
-  * Every GB2312 level-1 character goes into exactly one row.  Level 1 is
-    sorted by pinyin, so the rows are assigned monotonically along the GB2312
-    order, choosing for each character one of its Unihan readings; among the
-    monotonic assignments the one that uses the most kMandarin (primary)
-    readings wins.  GB2312 collates u-umlaut next to u (lu, lv, luan, lue,
-    lun, luo), and so does the walk.
-  * A few characters are placed by hand (SYLLABLE_OVERRIDES) and one level-2
-    character is added (EXTRA_CHARACTERS).
-  * Within a row the characters are ordered by tone (neutral last), then by
-    total stroke count, then by code point; ROW_HEADS lists the few characters
-    that lead their row regardless.
+How a character finds its row (every GB2312 level-1 character goes into
+exactly one row, plus the one level-2 character of EXTRA_CHARACTERS):
+  1. The eight PINNED_ROWS are written out by hand and stay as they are;
+     their characters go nowhere else and no other character joins them.
+  2. Otherwise the reading used most in modern Chinese, from kHanyuPinlu
+     (counts from the Xiandai Hanyu Pinlu Cidian).  The keyboard does not
+     type tones, so the counts of readings that differ only in tone are
+     added up first (是 shì 27098 + shi 1032 is 28130 for "shi").  Readings
+     that are no key ("lia") or a pinned row ("de" for 地) are passed over
+     for the next most used one.
+  3. Without a usable kHanyuPinlu reading: the customary reading, the first
+     usable kMandarin one.
+  4. Without either: the row it had before counts were used.  That is a monotonic
+     walk along GB2312 order (level 1 is sorted by pinyin) choosing one of
+     the character's Unihan readings, preferring kMandarin ones, plus the
+     few placements by hand in SYLLABLE_OVERRIDES.  GB2312 collates
+     u-umlaut next to u (lu, lv, luan, lue, lun, luo), and so does the walk.
+  5. READING_FIXES and KEEP_IN_ROW correct the few cases where the rules
+     above go wrong or would leave a row empty; each says why.
+
+How a row is ordered: characters with a count come first, most used first,
+by the character's count over all its readings (it sits in one row only, so
+every use of it is picked there); equal counts keep the order below.
+Characters without a count follow in the order the table has always had:
+by tone under the row's syllable (neutral last), then by total stroke
+count, then by code point.
+
 The table is stored as GB2312 bytes; each row carries its UTF-8 text as a
 comment for review.
 """
@@ -73,13 +89,36 @@ SYLLABLE_OVERRIDES = {
 # onomatopoeia (叽叽喳喳, 叽里咕噜) and has no level-1 stand-in.
 EXTRA_CHARACTERS = {"叽": "ji"}
 
-# Row heads that break the tone/stroke rule: the keyboard has always offered
-# these first on their rows and users pick candidates by position.
-ROW_HEADS = {
-    "a": "啊",
-    "lv": "滤",
-    "chuang": "闯",
+# Rows that users know by heart and pick from by position: written out here
+# and kept exactly, whatever the counts say.  So 的 stays third under "de",
+# and characters whose most used reading is a pinned row go to their next
+# one: 地 (de 7394, di 4976) to "di", 呵 (a 392, he 64) to "he"; 琢 (zuo),
+# 貉 (hao) and 幢 (chuang) keep the rows they had.
+PINNED_ROWS = {
+    "a": "啊阿",
+    "o": "哦",
+    "de": "得德的",
+    "ni": "妮尼泥倪霓你拟逆匿溺腻",
+    "hao": "毫豪嚎壕好郝号浩耗",
+    "lv": "滤驴吕侣旅铝屡缕履律虑率绿氯",
+    "chuang": "闯疮窗床创",
+    "zuo": "昨左佐作坐座做",
 }
+
+# Readings given by hand where the Unihan data mislead; of the character's
+# kHanyuPinlu counts only those of that reading are kept.
+READING_FIXES = {
+    # kHanyuPinlu and kMandarin give 著 the readings and the very counts of
+    # 着 (zhe 10643, ...), whose traditional form it also is; in simplified
+    # text, the only kind the keyboard writes, 著 is zhu4 (著名, 著作), and
+    # zhu4 275 is the count that belongs to it.
+    "著": "zhu",
+}
+
+# Characters kept in a row that would otherwise be left empty.  "fo": 佛 is
+# the only level-1 character read fo2, but kHanyuPinlu counts it only as fu2
+# (仿佛), which would take it to "fu"; it stays the one candidate of "fo".
+KEEP_IN_ROW = {"佛": "fo"}
 
 TONE_MARKS = {}
 for base, marks in (("a", "āáǎà"), ("e", "ēéěè"), ("i", "īíǐì"), ("o", "ōóǒò"),
@@ -160,6 +199,19 @@ class Unihan:
                 out += x.split(":")[1].split(",")
         return [toneless(x) for x in out]
 
+    def syllable_counts(self, cp):
+        """kHanyuPinlu counts per toneless syllable (tones added up), as a Counter."""
+        counts = collections.Counter()
+        for entry in self.readings_raw["kHanyuPinlu"].get(cp, "").split():
+            reading, count = re.fullmatch(r"(.+)\((\d+)\)", entry).groups()
+            counts[toneless(reading)[0]] += int(count)
+        fixed = READING_FIXES.get(chr(cp))
+        return collections.Counter({fixed: counts[fixed]}) if fixed else counts
+
+    def count(self, cp):
+        """How often the character occurs, over all its readings; 0 when unknown."""
+        return sum(self.syllable_counts(cp).values())
+
     def primary(self, cp):
         rs = self.readings_raw["kMandarin"].get(cp)
         return toneless(rs.split()[0])[0] if rs else None
@@ -211,22 +263,58 @@ def assign_syllables(data, level1):
     return result
 
 
-def build_rows(data):
+def former_syllables(data):
+    """The row of every character before counts were used: {code point: syllable}."""
     overridden = {ord(c) for c in SYLLABLE_OVERRIDES}
     walk = [cp for cp in data.level1 if cp not in overridden]
     syllable_of = assign_syllables(data, walk)
     for ch, syllable in list(SYLLABLE_OVERRIDES.items()) + list(EXTRA_CHARACTERS.items()):
         syllable_of[ord(ch)] = syllable
+    return syllable_of
+
+
+def choose_syllable(data, cp, former):
+    """(syllable, where it came from) for one character outside the pinned rows."""
+    usable = lambda s: s in SYLLABLES and s not in PINNED_ROWS
+    ch = chr(cp)
+    if ch in KEEP_IN_ROW:
+        return KEEP_IN_ROW[ch], "kept"
+    if ch in READING_FIXES:
+        return READING_FIXES[ch], "fixed"
+    for syllable, _ in data.syllable_counts(cp).most_common():
+        if usable(syllable):
+            return syllable, "kHanyuPinlu"
+    for reading in data.readings_raw["kMandarin"].get(cp, "").split():
+        if usable(toneless(reading)[0]):
+            return toneless(reading)[0], "kMandarin"
+    assert usable(former), "%s has no usable reading" % ch
+    return former, "former"
+
+
+def former_order(data, syllable):
+    return lambda cp: (data.tone_under(cp, syllable), data.stroke_count(cp), cp)
+
+
+def build_rows(data):
+    """{syllable: [code points]} and {source: number of characters filed from it}."""
+    former = former_syllables(data)
     rows = {s: [] for s in SYLLABLES}
-    for cp, syllable in syllable_of.items():
-        rows[syllable].append(cp)
+    sources = collections.Counter()
+    pinned = {}
+    for syllable, text in PINNED_ROWS.items():
+        rows[syllable] = [ord(c) for c in text]
+        pinned.update((ord(c), syllable) for c in text)
+        sources["pinned"] += len(text)
+    for cp, old in former.items():
+        if cp not in pinned:
+            syllable, source = choose_syllable(data, cp, old)
+            rows[syllable].append(cp)
+            sources[source] += 1
     for syllable, chars in rows.items():
-        chars.sort(key=lambda cp: (data.tone_under(cp, syllable), data.stroke_count(cp), cp))
-        head = ROW_HEADS.get(syllable)
-        if head:
-            chars.remove(ord(head))
-            chars.insert(0, ord(head))
-    return rows
+        if syllable not in PINNED_ROWS:
+            chars.sort(key=former_order(data, syllable))  # stable: ties keep this order
+            chars.sort(key=lambda cp: -data.count(cp))
+    return rows, sources
 
 
 def check(data, rows):
@@ -237,7 +325,9 @@ def check(data, rows):
     extra = set(placed) - set(data.level1)
     assert len(extra) == 1 and extra <= data.level2, "expected exactly one level-2 character"
     empty = [s for s, chars in rows.items() if not chars]
-    assert not empty, "empty rows: " + " ".join(empty)
+    assert not empty, "empty rows (add a character to KEEP_IN_ROW): " + " ".join(empty)
+    for syllable, text in PINNED_ROWS.items():
+        assert "".join(map(chr, rows[syllable])) == text, syllable
 
 
 LICENCE = """\
@@ -302,9 +392,10 @@ def main():
                                              "pinyintable_data.cpp"))
     args = parser.parse_args()
     data = Unihan(args.unihan)
-    rows = build_rows(data)
+    rows, sources = build_rows(data)
     check(data, rows)
     write(rows, data.year, os.path.normpath(args.output))
+    print("characters filed by: " + ", ".join("%s %d" % kv for kv in sorted(sources.items())))
 
 
 if __name__ == "__main__":
