@@ -25,11 +25,11 @@ sys.path.insert(0, os.path.join(ROOT, "tools", "pinyin"))
 import gen_pinyin_table  # noqa: E402
 
 
-def read_table(spec):
-    if spec.startswith("git:"):
-        return subprocess.run(["git", "-C", ROOT, "show", "%s:%s" % (spec[4:], TABLE)],
+def read_table(source):
+    if source.startswith("git:"):
+        return subprocess.run(["git", "-C", ROOT, "show", "%s:%s" % (source[4:], TABLE)],
                               check=True, capture_output=True, text=True).stdout
-    with open(spec, encoding="utf-8") as f:
+    with open(source, encoding="utf-8") as f:
         return f.read()
 
 
@@ -55,8 +55,8 @@ def main():
     data = gen_pinyin_table.Unihan(args.unihan)
     n = page_size()
     print("page size %d (candidate buttons on the form)" % n)
-    for spec in args.tables:
-        table = rows(read_table(spec))
+    for source in args.tables:
+        table = rows(read_table(source))
         total = first_page = first = taps = 0
         for candidates in table.values():
             for position, ch in enumerate(candidates):
@@ -67,7 +67,7 @@ def main():
                 taps += count * (position // n)
         print("%s: %d rows, %d occurrences; on the first page %.2f%%, offered first %.2f%%, "
               "page-down taps per character %.4f"
-              % (spec, len(table), total, 100.0 * first_page / total, 100.0 * first / total,
+              % (source, len(table), total, 100.0 * first_page / total, 100.0 * first / total,
                  taps / total))
 
 
