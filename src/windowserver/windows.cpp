@@ -1,6 +1,7 @@
 #include "windows.h"
 
 #include "compositor.h"
+#include "frames.h"
 
 #include <QGuiApplication>
 #include <QLoggingCategory>
@@ -59,7 +60,12 @@ public:
     QPointer<QWaylandXdgToplevel> toplevel;
     QPointer<QWaylandSurface> surface;
     QPointer<QWaylandQuickShellSurfaceItem> item;
+    QPointer<WindowFrame> frame;
     bool placed = false;
+    // Where a window maximised from its frame goes back to.
+    QPoint restorePos;
+    QSize restoreSize;
+    bool restoreFromFrame = false;
 };
 
 WindowManager::WindowManager(Compositor *compositor, QObject *parent)
@@ -109,13 +115,30 @@ void WindowManager::handleToplevelCreated(QWaylandXdgToplevel *toplevel,
 
     connect(toplevel, &QWaylandXdgToplevel::titleChanged, entry, [this, entry] {
         entry->window->m_title = entry->toplevel->title();
+        if (entry->frame)
+            entry->frame->setTitle(entry->window->m_title);
         notify(entry, WindowServer::Name);
+    });
+    connect(toplevel, &QWaylandXdgToplevel::decorationModeChanged, entry,
+            [this, entry] { updateFrame(entry); });
+    // Qt's own handling of a client's request configures the window to the whole maximum
+    // window rectangle; a framed window gets what the frame leaves of it.
+    connect(toplevel, &QWaylandXdgToplevel::setMaximized, entry, [this, entry] {
+        if (frameHeight(entry))
+            entry->toplevel->sendMaximized(maximizedRect(entry).size());
     });
     connect(toplevel, &QWaylandXdgToplevel::appIdChanged, entry,
             [entry] { entry->window->m_appId = entry->toplevel->appId(); });
     auto stateChanged = [this, entry] {
         entry->window->m_maximized = entry->toplevel->maximized();
         entry->window->m_fullScreen = entry->toplevel->fullscreen();
+        updateFrame(entry);
+        if (entry->window->m_maximized) {
+            entry->item->setPosition(maximizedRect(entry).topLeft());
+        } else if (entry->restoreFromFrame) {
+            entry->restoreFromFrame = false;
+            entry->item->setPosition(entry->restorePos);
+        }
         updateGeometry(entry);
     };
     connect(toplevel, &QWaylandXdgToplevel::maximizedChanged, entry, stateChanged);
@@ -166,9 +189,84 @@ void WindowManager::handlePopupCreated(QWaylandXdgPopup *popup)
     connect(popup, &QObject::destroyed, this, forget);
 }
 
+int WindowManager::frameHeight(const WindowEntry *entry) const
+{
+    return entry->frame && entry->frame->isVisible() ? WindowFrame::Height : 0;
+}
+
+// The rectangle a maximised window's content fills: the maximum window rectangle less the
+// frame above it.
+QRect WindowManager::maximizedRect(const WindowEntry *entry) const
+{
+    return m_maxRect.adjusted(0, frameHeight(entry), 0, 0);
+}
+
+// Clients that leave their decoration to the server get a frame; full-screen windows show
+// none.
+void WindowManager::updateFrame(WindowEntry *entry)
+{
+    const bool wanted =
+        entry->toplevel->decorationMode() == QWaylandXdgToplevel::ServerSideDecoration;
+    if (wanted && !entry->frame) {
+        entry->frame = new WindowFrame(entry->item);
+        entry->frame->setTitle(entry->window->title());
+        entry->frame->setActive(m_active == entry);
+        entry->frame->onAction = [this, entry](WindowFrame::Action action, QPointF delta) {
+            handleFrameAction(entry, action, delta);
+        };
+    } else if (!wanted && entry->frame) {
+        delete entry->frame;
+        return;
+    }
+    if (!entry->frame)
+        return;
+    entry->frame->setVisible(!entry->toplevel->fullscreen());
+    entry->frame->setMaximized(entry->toplevel->maximized());
+    const QRect frame = frameOf(entry);
+    entry->frame->setPosition(QPointF(frame.x(), frame.y() - WindowFrame::Height));
+    entry->frame->setWidth(frame.width());
+}
+
+void WindowManager::handleFrameAction(WindowEntry *entry, WindowFrame::Action action, QPointF delta)
+{
+    switch (action) {
+    case WindowFrame::Action::Raise:
+        activate(entry);
+        break;
+    case WindowFrame::Action::Lower:
+        lower(entry);
+        break;
+    case WindowFrame::Action::Close:
+        entry->toplevel->sendClose();
+        break;
+    case WindowFrame::Action::ToggleMaximized:
+        if (entry->toplevel->maximized()) {
+            entry->restoreFromFrame = true;
+            entry->toplevel->sendUnmaximized(entry->restoreSize);
+        } else {
+            entry->restorePos = entry->item->position().toPoint();
+            entry->restoreSize = frameOf(entry).size();
+            entry->toplevel->sendMaximized(maximizedRect(entry).size());
+        }
+        break;
+    case WindowFrame::Action::Move: {
+        // The frame stays reachable: its top inside the maximum window rectangle.
+        QPointF pos = entry->item->position() + delta;
+        const int frameTop = frameOf(entry).top() - WindowFrame::Height;
+        pos.setY(qBound(qreal(m_maxRect.top() - frameTop), pos.y(),
+                        qreal(m_maxRect.bottom() - WindowFrame::Height - frameTop)));
+        pos.setX(qBound(qreal(m_maxRect.left() - frameOf(entry).right()), pos.x(),
+                        qreal(m_maxRect.right() - frameOf(entry).left())));
+        entry->item->setPosition(pos);
+        break;
+    }
+    }
+}
+
 void WindowManager::handleMapped(WindowEntry *entry)
 {
     entry->window->m_visible = true;
+    updateFrame(entry);
     if (!entry->placed) {
         entry->placed = true;
         place(entry);
@@ -193,6 +291,7 @@ void WindowManager::endWindow(WindowEntry *entry)
     if (wasActive)
         m_active = nullptr;
     notify(entry, WindowServer::Destroy);
+    delete entry->frame; // it must not outlive the entry it reports to
     if (entry->item)
         entry->item->deleteLater();
     entry->window->deleteLater();
@@ -229,18 +328,21 @@ QRect WindowManager::frameOf(const WindowEntry *entry) const
 void WindowManager::place(WindowEntry *entry)
 {
     if (entry->toplevel->maximized()) {
-        entry->item->setPosition(m_maxRect.topLeft());
+        entry->item->setPosition(maximizedRect(entry).topLeft());
         return;
     }
     if (entry->toplevel->fullscreen()) {
         entry->item->setPosition(QPointF(0, 0));
         return;
     }
+    // Centred with the frame above it, the frame never above the rectangle.
     const QRect frame = frameOf(entry);
-    QPoint topLeft = m_maxRect.topLeft() + QPoint((m_maxRect.width() - frame.width()) / 2,
-                                                  (m_maxRect.height() - frame.height()) / 2);
+    const int above = frameHeight(entry);
+    QPoint topLeft =
+        m_maxRect.topLeft() + QPoint((m_maxRect.width() - frame.width()) / 2,
+                                     (m_maxRect.height() - frame.height() - above) / 2 + above);
     topLeft.setX(qMax(topLeft.x(), m_maxRect.left()));
-    topLeft.setY(qMax(topLeft.y(), m_maxRect.top()));
+    topLeft.setY(qMax(topLeft.y(), m_maxRect.top() + above));
     entry->item->setPosition(topLeft - frame.topLeft());
 }
 
@@ -254,6 +356,19 @@ void WindowManager::raise(WindowEntry *entry)
     notify(entry, WindowServer::Raise);
 }
 
+// Sends a window behind all others; the window now on top takes the focus. With this, any
+// window can be brought back by touch, however many cover it.
+void WindowManager::lower(WindowEntry *entry)
+{
+    if (m_windows.size() < 2)
+        return;
+    m_windows.removeOne(entry);
+    m_windows.prepend(entry);
+    entry->item->setZ(m_windows.at(1)->item->z() - 1);
+    notify(entry, WindowServer::Lower);
+    focusTopmost();
+}
+
 void WindowManager::activate(WindowEntry *entry)
 {
     raise(entry);
@@ -263,7 +378,11 @@ void WindowManager::activate(WindowEntry *entry)
     // Keys typed on the device now belong to the desktop view, and through it to the client.
     m_compositor->view()->requestActivate();
     if (m_active != entry) {
+        if (m_active && m_active->frame)
+            m_active->frame->setActive(false);
         m_active = entry;
+        if (entry->frame)
+            entry->frame->setActive(true);
         notify(entry, WindowServer::Active);
     }
 }
@@ -298,6 +417,10 @@ QQuickItem *WindowManager::itemFor(QWaylandSurface *surface) const
 void WindowManager::updateGeometry(WindowEntry *entry)
 {
     const QRect frame = frameOf(entry);
+    if (entry->frame) {
+        entry->frame->setPosition(QPointF(frame.x(), frame.y() - WindowFrame::Height));
+        entry->frame->setWidth(frame.width());
+    }
     const QRect geometry(entry->item->position().toPoint() + frame.topLeft(), frame.size());
     if (geometry == entry->window->m_geometry)
         return;
@@ -335,8 +458,8 @@ void WindowManager::setMaxWindowRect(const QRect &rect)
     for (WindowEntry *entry : std::as_const(m_windows)) {
         if (!entry->toplevel->maximized())
             continue;
-        entry->toplevel->sendMaximized(rect.size());
-        entry->item->setPosition(rect.topLeft());
+        entry->toplevel->sendMaximized(maximizedRect(entry).size());
+        entry->item->setPosition(maximizedRect(entry).topLeft());
     }
 }
 

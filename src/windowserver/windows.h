@@ -1,5 +1,6 @@
 #pragma once
 
+#include "frames.h"
 #include "windowserver.h"
 
 #include <QList>
@@ -54,6 +55,11 @@ private:
     void place(WindowEntry *entry);
     void activate(WindowEntry *entry);
     void raise(WindowEntry *entry);
+    void lower(WindowEntry *entry);
+    void updateFrame(WindowEntry *entry);
+    void handleFrameAction(WindowEntry *entry, WindowFrame::Action action, QPointF delta);
+    int frameHeight(const WindowEntry *entry) const;
+    QRect maximizedRect(const WindowEntry *entry) const;
     void focusTopmost();
     void notify(WindowEntry *entry, WindowServer::WindowEvent event);
     WindowEntry *entryFor(QWaylandSurface *surface) const;

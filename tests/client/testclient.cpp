@@ -8,7 +8,7 @@
 //   mouse press|release X Y BUTTON
 //   popup shown|hidden, popup triggered ITEM   the context menu a right click opens
 //   popup pointer in|out                       the pointer entering or leaving that menu
-// Options: --maximized, --fullscreen, --title TEXT.
+// Options: --maximized, --fullscreen, --frameless, --title TEXT.
 #include <QApplication>
 #include <QKeyEvent>
 #include <QLineEdit>
@@ -119,6 +119,9 @@ int main(int argc, char **argv)
     QObject::connect(edit, &QLineEdit::textChanged,
                      [](const QString &text) { report(QStringLiteral("text ") + text); });
 
+    // A window that draws no frame and asks the shell for none either.
+    if (args.contains("--frameless"))
+        window.setWindowFlag(Qt::FramelessWindowHint);
     window.resize(320, 200);
     if (args.contains("--fullscreen"))
         window.showFullScreen();

@@ -56,7 +56,7 @@ void TestRemote::barCommandsChangeTheClientArea()
 {
     ShellHarness h;
     QVERIFY(h.start());
-    QVERIFY(h.startQtClient({"--maximized"}));
+    QVERIFY(h.startQtClient({"--maximized", "--frameless"}));
     QVERIFY(h.waitForWindowGeometry(QRect(0, 0, 800, 480)));
 
     const struct

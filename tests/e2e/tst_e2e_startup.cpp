@@ -43,6 +43,7 @@ private slots:
     void keysReachEventDemo();
     void focusFollowsClicksAndClosedWindows();
     void fullScreenClientCoversTheBar();
+    void framedWindowsAnswerTouch();
     void clientMenusOpenAndClose();
     void characterWithoutKeyReachesQtClient();
 };
@@ -136,7 +137,7 @@ void TestStartup::maximisedClientFollowsTheBar()
 {
     ShellHarness h;
     QVERIFY(h.start());
-    LineProcess *client = h.startQtClient({"--maximized"});
+    LineProcess *client = h.startQtClient({"--maximized", "--frameless"});
     QVERIFY(client);
     // The bar starts hidden: the whole screen is the client's.
     QVERIFY(client->waitForLine("size 800 480"));
@@ -261,7 +262,7 @@ void TestStartup::fullScreenClientCoversTheBar()
                 .waitForLine(QRegularExpression("server window Show TitleBarWidget.* y=432 "),
                              10000, mark)
                 .hasMatch());
-    LineProcess *maximised = h.startQtClient({"--maximized", "--title", "max"});
+    LineProcess *maximised = h.startQtClient({"--maximized", "--frameless", "--title", "max"});
     QVERIFY(maximised);
     QVERIFY(maximised->waitForLine("size 800 432"));
     LineProcess *full = h.startQtClient({"--fullscreen", "--title", "full"});
@@ -270,6 +271,48 @@ void TestStartup::fullScreenClientCoversTheBar()
     QVERIFY(h.shell()
                 .waitForLine(QRegularExpression("x=0 y=0 w=800 h=480 max=0 full=1 title=full$"))
                 .hasMatch());
+}
+
+void TestStartup::framedWindowsAnswerTouch()
+{
+    ShellHarness h;
+    QVERIFY(h.start());
+    h.send("topen");
+    LineProcess *first = h.startQtClient({"--title", "first"});
+    QVERIFY(first);
+    LineProcess *second = h.startQtClient({"--title", "second"});
+    QVERIFY(second);
+    const QRegularExpressionMatch shown = h.shell().waitForLine(
+        QRegularExpression("window \\d+ Show x=(\\d+) y=(\\d+) w=(\\d+) .*title=second$"));
+    QVERIFY(shown.hasMatch());
+    // The frame lies above the window; its buttons from the right: close, maximise, to the back.
+    const int right = shown.captured(1).toInt() + shown.captured(3).toInt();
+    const int frameY = shown.captured(2).toInt() - 18;
+    auto touch = [&h](int x, int y) {
+        const QByteArray at = QByteArray::number(x) + ',' + QByteArray::number(y);
+        h.send("smouse " + at + ",1,0");
+        h.send("smouse " + at + ",0,0");
+    };
+    auto button = [right](int index) { return right - 24 - 48 * index; };
+
+    // The window on top goes to the back, and the one it covered takes the keys.
+    int mark = h.shell().mark();
+    touch(button(2), frameY);
+    QVERIFY(
+        h.shell().waitForLine(QRegularExpression("Active .*title=first$"), 10000, mark).hasMatch());
+    h.tap('a', 'A');
+    QVERIFY(first->waitForLine("text a"));
+
+    // Maximised, the window and its frame fill the client area; the frame restores it.
+    touch(button(1), frameY);
+    QVERIFY(first->waitForLine("size 800 396"));
+    QVERIFY(h.waitForWindowGeometry(QRect(0, 36, 800, 396)));
+    touch(800 - 24 - 48, 18);
+    QTRY_COMPARE_WITH_TIMEOUT(first->countLines(QRegularExpression("^size 320 200$")), 2, 10000);
+
+    touch(button(0), frameY);
+    QTRY_COMPARE_WITH_TIMEOUT(first->process().state(), QProcess::NotRunning, 10000);
+    QCOMPARE(second->process().state(), QProcess::Running);
 }
 
 void TestStartup::clientMenusOpenAndClose()
