@@ -1,8 +1,17 @@
 #!/usr/bin/env bash
-# Installs whatever of scripts/packages.txt is missing (Debian 12, as root or through sudo).
+# Installs whatever of scripts/packages.txt is missing (Debian 12, as root or through sudo):
+# the plain lines, and the lines of each GROUP named on the command line ("deps.sh cross").
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
-mapfile -t wanted < <(grep -vE '^\s*(#|$)' "$here/packages.txt")
+groups=" $* "
+wanted=()
+while read -r first second; do
+    case $first in
+        '' | '#'*) ;;
+        *:) [[ $groups == *" ${first%:} "* ]] && wanted+=("$second") ;;
+        *) wanted+=("$first") ;;
+    esac
+done <"$here/packages.txt"
 missing=()
 for p in "${wanted[@]}"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

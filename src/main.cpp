@@ -2,6 +2,7 @@
 // server, and build the bar that carries everything else.
 #include "application.h"
 #include "datetimesettingdlg.h"
+#include "servicenotify.h"
 #include "titlebarwidget.h"
 #include "windowserver.h"
 
@@ -95,6 +96,7 @@ int main(int argc, char **argv)
     QObject::connect(&app, &Application::specialKey, &titleBar, &TitleBarWidget::onSpecialKey);
     QObject::connect(&app, &Application::screenTransformed, &titleBar,
                      &TitleBarWidget::onScreenTransformed);
+    ServiceNotify::start(&app);
 
     return app.exec();
 }

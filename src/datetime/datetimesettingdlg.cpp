@@ -1,6 +1,8 @@
 #include "datetimesettingdlg.h"
 #include "ui_datetimesettingdlg.h"
 
+#include "servicenotify.h"
+
 #include <QLoggingCategory>
 #include <QProcess>
 #include <QStringList>
@@ -161,8 +163,9 @@ void DateTimeSettingDlg::runClockProgram(const QString &argument)
     QProcess process;
     process.start(clockProgram(), QStringList() << argument, QIODevice::ReadWrite);
     // No overall limit: setting the hardware clock may take long, and the dialog has nothing
-    // better to do than wait for it.
+    // better to do than wait for it. The service watchdog is fed before every slice.
     do {
+        ServiceNotify::keepAlive();
         process.waitForFinished(kClockWaitSliceMs);
     } while (process.state() == QProcess::Running);
     process.readAllStandardOutput();

@@ -6,6 +6,7 @@
 #include "datetimesettingdlg.h"
 #include "qtmyiconstyle.h"
 #include "qwskeyboardwidget.h"
+#include "servicenotify.h"
 #include "startmenumanager.h"
 #include "sysrundialog.h"
 
@@ -489,8 +490,10 @@ void TitleBarWidget::onSysMenuRebootTrigger()
                              QMessageBox::Yes | QMessageBox::No, QMessageBox::No);
     if (answer != QMessageBox::Yes)
         return;
-    // The reboot ends the shell; until it does, the shell waits for it.
+    // The reboot ends the shell; until it does, the shell waits for it (at most a minute, less
+    // than the service watchdog, fed just before).
     QProcess reboot;
+    ServiceNotify::keepAlive();
     reboot.start(QStringLiteral("reboot"), QStringList(), QIODevice::ReadWrite);
     reboot.waitForStarted(30000);
     reboot.waitForFinished(30000);

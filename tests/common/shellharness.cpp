@@ -159,6 +159,9 @@ QProcessEnvironment ShellHarness::shellEnvironment() const
     env.insert("QT_LOGGING_RULES", "tideshell.windowserver=true;qt.qpa.*=false");
     env.insert("TIDESHELL_CONTROL_PORT", QString::number(m_port));
     env.remove("WAYLAND_DISPLAY");
+    // Test shells never talk to a service manager that runs the tests.
+    for (const char *name : {"NOTIFY_SOCKET", "WATCHDOG_USEC", "WATCHDOG_PID"})
+        env.remove(QLatin1String(name));
     return env;
 }
 
