@@ -2,6 +2,7 @@
 // server, and build the bar that carries everything else.
 #include "application.h"
 #include "datetimesettingdlg.h"
+#include "shellsettings.h"
 #include "titlebarwidget.h"
 #include "windowserver.h"
 
@@ -84,14 +85,14 @@ int main(int argc, char **argv)
     (void)translator.load(QStringLiteral(":/zh_CN.qm"));
     QCoreApplication::installTranslator(&translator);
 
-    // Development machines and tests replace the device's clock program.
-    if (!qEnvironmentVariableIsEmpty("TIDESHELL_CLOCK_PROGRAM"))
-        DateTimeSettingDlg::setClockProgram(qEnvironmentVariable("TIDESHELL_CLOCK_PROGRAM"));
+    const ShellSettings settings = ShellSettings::load();
+    if (!settings.clockProgram.isEmpty())
+        DateTimeSettingDlg::setClockProgram(settings.clockProgram);
 
     server.setDesktopColor(QColor(51, 153, 128));
     server.showDesktop();
 
-    TitleBarWidget titleBar;
+    TitleBarWidget titleBar(settings);
     QObject::connect(&app, &Application::specialKey, &titleBar, &TitleBarWidget::onSpecialKey);
     QObject::connect(&app, &Application::screenTransformed, &titleBar,
                      &TitleBarWidget::onScreenTransformed);

@@ -1,6 +1,7 @@
 #include "titlebarwidget.h"
 #include "ui_titlebarwidget.h"
 
+#include "controlchannel.h"
 #include "controlcommand.h"
 #include "customlabel.h"
 #include "datetimesettingdlg.h"
@@ -19,7 +20,6 @@
 #include <QProcess>
 #include <QScreen>
 #include <QTimer>
-#include <QUdpSocket>
 
 Q_LOGGING_CATEGORY(lcTitleBar, "tideshell.titlebar", QtWarningMsg)
 
@@ -39,15 +39,6 @@ QList<InterfaceAddresses> currentInterfaces()
     return list;
 }
 
-// Port 60000; development machines and tests that run several shells at once give each its
-// own through TIDESHELL_CONTROL_PORT (0: any free port).
-quint16 controlPort()
-{
-    bool ok = false;
-    const int port = qEnvironmentVariableIntValue("TIDESHELL_CONTROL_PORT", &ok);
-    return ok && port >= 0 && port < 65536 ? quint16(port) : ControlPort;
-}
-
 QString dateText()
 {
     return QDateTime::currentDateTime().toString(QStringLiteral("yyyy/M/d hh:mm"));
@@ -55,8 +46,15 @@ QString dateText()
 
 } // namespace
 
-TitleBarWidget::TitleBarWidget(QWidget *parent) : QWidget(parent), ui(new Ui::TitleBarWidget)
+TitleBarWidget::TitleBarWidget(const ShellSettings &settings, QWidget *parent)
+    : QWidget(parent), ui(new Ui::TitleBarWidget)
 {
+    // Other programs steer the bar through this port. It is bound before anything else is
+    // built, so commands sent as soon as the shell starts wait in the socket until the event
+    // loop runs; if it cannot be bound the shell runs without remote control.
+    m_ctrlPort = new ControlChannel(settings, this);
+    connect(m_ctrlPort, &ControlChannel::readyRead, this, &TitleBarWidget::onCtrlSockActivated);
+
     m_keyboard = new QwsKeyBoardWidget(nullptr);
 
     // The bar follows every window event but keeps no list of client windows.
@@ -90,13 +88,7 @@ TitleBarWidget::TitleBarWidget(QWidget *parent) : QWidget(parent), ui(new Ui::Ti
     connect(m_clockTimer, &QTimer::timeout, this, &TitleBarWidget::onTimeOut);
     onTimeOut();
 
-    buildSystemMenu();
-
-    // Other programs steer the bar through this port. If it cannot be bound the shell runs
-    // without remote control.
-    m_ctrlSocket = new QUdpSocket(this);
-    m_ctrlSocket->bind(controlPort(), QUdpSocket::ShareAddress | QUdpSocket::ReuseAddressHint);
-    connect(m_ctrlSocket, &QUdpSocket::readyRead, this, &TitleBarWidget::onCtrlSockActivated);
+    buildSystemMenu(settings.startMenuDir);
 
     // Laid out once at the bottom, then hidden: the whole screen starts free for clients.
     position = TitleBarBottom;
@@ -106,8 +98,7 @@ TitleBarWidget::TitleBarWidget(QWidget *parent) : QWidget(parent), ui(new Ui::Ti
 
 TitleBarWidget::~TitleBarWidget()
 {
-    m_ctrlSocket->close();
-    delete m_ctrlSocket;
+    delete m_ctrlPort;
     delete m_clockTimer;
     delete ui;
 }
@@ -251,25 +242,17 @@ void TitleBarWidget::onCtrlSockActivated()
     // than from here: an injected click may open a modal dialog (the date label, the reboot
     // question), and the socket announces nothing more until this handler has returned, so
     // the keys that would close the dialog could not get in.
-    while (m_ctrlSocket->hasPendingDatagrams()) {
-        QByteArray datagram;
-        datagram.resize(qMax<qint64>(0, m_ctrlSocket->pendingDatagramSize()));
-        QHostAddress sender;
-        quint16 senderPort = 0;
-        const qint64 got =
-            m_ctrlSocket->readDatagram(datagram.data(), datagram.size(), &sender, &senderPort);
-        if (got < 0)
-            continue;
-        datagram.truncate(got);
+    const QList<ControlChannel::Received> pending = m_ctrlPort->takePending();
+    for (const ControlChannel::Received &r : pending) {
         QMetaObject::invokeMethod(
-            this, [=] { runControlCommand(datagram, sender, senderPort); }, Qt::QueuedConnection);
+            this, [=] { runControlCommand(r.command, r.sender, r.senderPort); },
+            Qt::QueuedConnection);
     }
 }
 
-void TitleBarWidget::runControlCommand(const QByteArray &datagram, const QHostAddress &sender,
+void TitleBarWidget::runControlCommand(const ControlCommand &cmd, const QHostAddress &sender,
                                        quint16 senderPort)
 {
-    const ControlCommand cmd = parseControlCommand(datagram);
     printControlDebugLine(cmd);
     if (!cmd.isValid())
         return;
@@ -395,20 +378,19 @@ void TitleBarWidget::onLabelClicked()
     const auto it = m_labels.constFind(label->objectName());
     if (it == m_labels.constEnd())
         return;
-    m_ctrlSocket->writeDatagram(clickReport(label->objectName()), it->address, it->port);
+    m_ctrlPort->sendTo(clickReport(label->objectName()), it->address, it->port);
 }
 
 // ---- system menu ------------------------------------------------------------------------
 
-void TitleBarWidget::buildSystemMenu()
+void TitleBarWidget::buildSystemMenu(const QString &root)
 {
     m_iconStyle = new QTMyIconStyle;
     m_sysMenu = new QMenu(this);
     m_sysMenu->setStyle(m_iconStyle);
 
-    // Entry files live in fixed folders on the device; a development machine or a test can
-    // name another folder holding the same two sub-folders.
-    const QString root = qEnvironmentVariable("TIDESHELL_STARTMENU_DIR");
+    // Entry files live in fixed folders on the device; the settings can name another folder
+    // holding the same two sub-folders.
     m_startMenu = root.isEmpty()
                       ? new StartMenuManager(m_sysMenu, this)
                       : new StartMenuManager(m_sysMenu, root + QStringLiteral("/.Program"),

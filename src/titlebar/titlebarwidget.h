@@ -1,5 +1,6 @@
 #pragma once
 
+#include "shellsettings.h"
 #include "titlebarlayout.h"
 
 #include <QHostAddress>
@@ -10,7 +11,8 @@
 #include "windowserver.h"
 
 class QTimer;
-class QUdpSocket;
+class ControlChannel;
+struct ControlCommand;
 class QKeyEvent;
 class QMenu;
 class QAction;
@@ -31,7 +33,9 @@ class TitleBarWidget : public QWidget
 {
     Q_OBJECT
 public:
-    explicit TitleBarWidget(QWidget *parent = nullptr);
+    // The settings decide the control port's lock-down and the start-menu folder.
+    explicit TitleBarWidget(const ShellSettings &settings = ShellSettings::load(),
+                            QWidget *parent = nullptr);
     ~TitleBarWidget() override;
 
 public slots:
@@ -70,8 +74,8 @@ private:
     };
 
     void refreshDate();
-    void buildSystemMenu();
-    void runControlCommand(const QByteArray &datagram, const QHostAddress &sender,
+    void buildSystemMenu(const QString &startMenuDir);
+    void runControlCommand(const ControlCommand &cmd, const QHostAddress &sender,
                            quint16 senderPort);
     void addLabel(const QString &name, const QString &text, const QHostAddress &sender,
                   quint16 senderPort);
@@ -81,7 +85,7 @@ private:
     Ui::TitleBarWidget *ui;
     int position = TitleBarBottom;
     QTimer *m_clockTimer = nullptr;
-    QUdpSocket *m_ctrlSocket = nullptr;
+    ControlChannel *m_ctrlPort = nullptr;
     // Top-level and without parent; it lives as long as the process and is never deleted.
     QwsKeyBoardWidget *m_keyboard = nullptr;
     QMap<QString, LabelEntry> m_labels;
