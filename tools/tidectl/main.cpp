@@ -6,7 +6,8 @@
 // socket then stays open and every datagram that comes back (the shell's click reports for
 // labels this command added) is printed as one line, until SIGINT/SIGTERM, until --count
 // reports were printed, or until --timeout milliseconds passed (exit status 1 if --count was
-// not reached by then). Bad arguments give exit status 2 and a usage line on stderr.
+// not reached by then). Bad arguments give exit status 2 and a usage line on stderr. The port
+// is TIDESHELL_CONTROL_PORT when set, like the shell's, unless --port names one.
 
 #include "controlcommand.h"
 
@@ -59,6 +60,9 @@ bool toNumber(const QString &text, int min, int max, int *out)
 // Returns an empty string on success, else the reason the arguments were refused.
 QString parseArguments(const QStringList &args, Options *opt)
 {
+    int envPort = 0;
+    if (toNumber(qEnvironmentVariable("TIDESHELL_CONTROL_PORT"), 1, 65535, &envPort))
+        opt->port = quint16(envPort);
     int i = 1;
     for (; i < args.size(); ++i) {
         QString arg = args.at(i);
