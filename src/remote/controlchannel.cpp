@@ -1,7 +1,12 @@
 #include "controlchannel.h"
 
 #include <QLoggingCategory>
+#include <QSocketNotifier>
 #include <QUdpSocket>
+
+#include <cerrno>
+#include <netinet/in.h>
+#include <sys/socket.h>
 
 Q_LOGGING_CATEGORY(lcRemote, "tideshell.remote", QtWarningMsg)
 
@@ -9,6 +14,21 @@ namespace {
 
 // A flood of refused datagrams must not become a flood of log lines.
 constexpr qint64 refusalLogIntervalMs = 10000;
+
+// Senders fire commands without waiting for each other, and while the bar is busy (a
+// relayout, a modal dialog) they pile up in the socket. A short command takes about a
+// kilobyte of kernel memory there, so this holds some tens of thousands; the memory is only
+// used while datagrams wait. Root may go past the system's limit (net.core.rmem_max), others
+// get what the limit allows.
+constexpr int receiveBufferBytes = 32 * 1024 * 1024;
+
+void enlargeReceiveBuffer(int fd)
+{
+    const int size = receiveBufferBytes;
+    if (setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof size) == 0)
+        return;
+    (void)setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
+}
 
 } // namespace
 
@@ -40,7 +60,12 @@ ControlChannel::ControlChannel(const ShellSettings &settings, QObject *parent)
             continue;
         }
         m_port = socket->localPort(); // port 0 picks one; the other addresses use the same
-        connect(socket, &QUdpSocket::readyRead, this, &ControlChannel::readyRead);
+        enlargeReceiveBuffer(int(socket->socketDescriptor()));
+        // Datagrams are read straight from the descriptor (see takePending), which QUdpSocket
+        // does not notice: it would stop announcing new ones. A notifier of our own does.
+        auto *notifier =
+            new QSocketNotifier(socket->socketDescriptor(), QSocketNotifier::Read, socket);
+        connect(notifier, &QSocketNotifier::activated, this, &ControlChannel::readyRead);
         m_sockets.append(socket);
     }
 
@@ -82,16 +107,28 @@ void ControlChannel::refuse(const QHostAddress &sender, const char *why)
 
 QList<ControlChannel::Received> ControlChannel::takePending()
 {
+    // Read straight from the descriptor: one system call per datagram instead of QUdpSocket's
+    // three (pending? how big? read), which matters when thousands arrive at once.
     QList<Received> taken;
+    m_buffer.resize(65536);
     for (QUdpSocket *socket : std::as_const(m_sockets)) {
-        while (socket->hasPendingDatagrams()) {
-            QByteArray datagram(qMax<qint64>(0, socket->pendingDatagramSize()), Qt::Uninitialized);
+        const int fd = int(socket->socketDescriptor());
+        for (;;) {
+            sockaddr_storage from{};
+            socklen_t fromLen = sizeof from;
+            const ssize_t got = recvfrom(fd, m_buffer.data(), size_t(m_buffer.size()), MSG_DONTWAIT,
+                                         reinterpret_cast<sockaddr *>(&from), &fromLen);
+            if (got < 0) {
+                if (errno == EINTR)
+                    continue;
+                break; // EAGAIN: drained; anything else: try again on the next readyRead
+            }
+            const QByteArray datagram(m_buffer.constData(), qsizetype(got));
             Received r;
-            const qint64 got =
-                socket->readDatagram(datagram.data(), datagram.size(), &r.sender, &r.senderPort);
-            if (got < 0)
-                continue;
-            datagram.truncate(got);
+            r.sender = QHostAddress(reinterpret_cast<const sockaddr *>(&from));
+            r.senderPort = ntohs(from.ss_family == AF_INET6
+                                     ? reinterpret_cast<const sockaddr_in6 *>(&from)->sin6_port
+                                     : reinterpret_cast<const sockaddr_in *>(&from)->sin_port);
             if (!senderAllowed(r.sender)) {
                 refuse(r.sender, "(sender not allowed)");
                 continue;

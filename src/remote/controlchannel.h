@@ -54,6 +54,7 @@ private:
     bool m_allowEveryone = true;
     QList<QPair<QHostAddress, int>> m_allowed;
     bool m_allowInjection = true;
+    QByteArray m_buffer; // one datagram at a time, of any size
     QElapsedTimer m_lastRefusalLine;
     qint64 m_refusedUnlogged = 0;
 };

@@ -142,14 +142,21 @@ void TitleBarWidget::onIpLabelClicked()
 
 void TitleBarWidget::showTitleBar()
 {
+    m_barChangePending = false; // a direct call overrides what commands asked for
     const QSize screen = QGuiApplication::primaryScreen()->geometry().size();
+    placeBar(screen);
+    if (WindowServer *server = WindowServer::instance())
+        server->setMaxWindowRect(clientAreaRect(screen, position));
+    show();
+}
+
+void TitleBarWidget::placeBar(const QSize &screen)
+{
     const QRect bar = titleBarRect(screen, position);
     setMaximumSize(bar.size());
     setMinimumSize(bar.size());
     setGeometry(bar);
-    if (WindowServer *server = WindowServer::instance())
-        server->setMaxWindowRect(clientAreaRect(screen, position));
-    show();
+    m_placedPosition = position;
 
     // The menu opens with its lower edge on the start button's top edge; for a bar at the
     // top the menu's own placement keeps it on the screen.
@@ -159,6 +166,7 @@ void TitleBarWidget::showTitleBar()
 
 void TitleBarWidget::hideTitleBar()
 {
+    m_barChangePending = false;
     hide();
     if (WindowServer *server = WindowServer::instance())
         server->setMaxWindowRect(QRect(QPoint(0, 0), QGuiApplication::primaryScreen()->size()));
@@ -172,6 +180,7 @@ void TitleBarWidget::changeTitleBarPosition(TitleBarPosition pos)
 
 void TitleBarWidget::onScreenTransformed()
 {
+    applyPendingBarChanges();
     if (isVisible())
         showTitleBar();
     else
@@ -182,6 +191,7 @@ void TitleBarWidget::onSpecialKey(int keycode, bool isPressed)
 {
     if (!isPressed)
         return;
+    applyPendingBarChanges();
     switch (keycode) {
     case Qt::Key_F11:
         if (isVisible())
@@ -259,24 +269,21 @@ void TitleBarWidget::runControlCommand(const ControlCommand &cmd, const QHostAdd
     WindowServer *server = WindowServer::instance();
     switch (cmd.kind) {
     case ControlCommand::Close:
-        hideTitleBar();
+        requestBar(false);
         break;
     case ControlCommand::Open:
-        showTitleBar();
+        requestBar(true);
         break;
     case ControlCommand::Toggle:
-        if (isHidden())
-            showTitleBar();
-        else
-            hideTitleBar();
+        requestBar(!barShownSoon());
         break;
     case ControlCommand::Top:
         position = TitleBarTop;
-        showTitleBar();
+        requestBar(true);
         break;
     case ControlCommand::Bottom:
         position = TitleBarBottom;
-        showTitleBar();
+        requestBar(true);
         break;
     case ControlCommand::KbdShow:
         // -1 steps to the next method, 0 is English, 1 pinyin; any other number would leave
@@ -292,13 +299,20 @@ void TitleBarWidget::runControlCommand(const ControlCommand &cmd, const QHostAdd
         m_keyboard->setVisible(m_keyboard->isHidden());
         break;
     case ControlCommand::AddLabel:
+        // A label added now keeps its own colours: the colour asked for before it goes to
+        // the widgets there before it.
+        if (m_pendingTextColor.isValid()) {
+            setChildTextColor(m_pendingTextColor);
+            m_pendingTextColor = QColor();
+        }
         addLabel(cmd.name, cmd.text, sender, senderPort);
         break;
     case ControlCommand::DelLabel:
         deleteLabel(cmd.name);
         break;
     case ControlCommand::TextColor:
-        setChildTextColor(QColor::fromRgb(cmd.color.r, cmd.color.g, cmd.color.b, cmd.color.a));
+        m_pendingTextColor = QColor::fromRgb(cmd.color.r, cmd.color.g, cmd.color.b, cmd.color.a);
+        schedulePendingBarChanges();
         break;
     case ControlCommand::WindowColor: {
         QPalette pal = palette();
@@ -308,17 +322,64 @@ void TitleBarWidget::runControlCommand(const ControlCommand &cmd, const QHostAdd
         break;
     }
     case ControlCommand::Mouse:
+        // Injected input lands where the bar is once every earlier command is in effect.
+        applyPendingBarChanges();
         if (server)
             server->sendMouseEvent(QPoint(cmd.mouse.x, cmd.mouse.y), cmd.mouse.stat,
                                    cmd.mouse.wheel);
         break;
     case ControlCommand::Key:
+        applyPendingBarChanges();
         if (server)
             server->sendKeyEvent(cmd.key.unicode, cmd.key.keyCode,
                                  Qt::KeyboardModifiers(cmd.key.modifier), cmd.key.pressed, false);
         break;
     case ControlCommand::None:
         break;
+    }
+}
+
+// Commands that move, show, hide or recolour the bar only note what they want; one pass on the
+// next turn of the event loop then lays out and recolours the bar once, however many commands
+// came in a burst. The end state is the same as carrying each out at once: a toggle asks
+// what the bar will be, labels keep their colours (see AddLabel), and injected input and
+// direct calls see every earlier change in effect.
+bool TitleBarWidget::barShownSoon() const
+{
+    return m_barChangePending ? m_barWanted : !isHidden();
+}
+
+void TitleBarWidget::requestBar(bool shown)
+{
+    m_barWanted = shown;
+    m_barChangePending = true;
+    schedulePendingBarChanges();
+}
+
+void TitleBarWidget::schedulePendingBarChanges()
+{
+    if (m_barChangesScheduled)
+        return;
+    m_barChangesScheduled = true;
+    QMetaObject::invokeMethod(this, &TitleBarWidget::applyPendingBarChanges, Qt::QueuedConnection);
+}
+
+void TitleBarWidget::applyPendingBarChanges()
+{
+    m_barChangesScheduled = false;
+    if (m_pendingTextColor.isValid()) {
+        setChildTextColor(m_pendingTextColor);
+        m_pendingTextColor = QColor();
+    }
+    if (m_barChangePending) {
+        if (m_barWanted) {
+            showTitleBar();
+        } else {
+            // Moved and hidden in the same burst: it waits hidden at its new place.
+            if (m_placedPosition != position)
+                placeBar(QGuiApplication::primaryScreen()->geometry().size());
+            hideTitleBar();
+        }
     }
 }
 

@@ -3,6 +3,7 @@
 #include "shellsettings.h"
 #include "titlebarlayout.h"
 
+#include <QColor>
 #include <QHostAddress>
 #include <QMap>
 #include <QPoint>
@@ -44,6 +45,10 @@ public slots:
     void showTitleBar();
     void hideTitleBar();
 
+    // Carries out one control command as if it had come from sender:senderPort.
+    void runControlCommand(const ControlCommand &cmd, const QHostAddress &sender,
+                           quint16 senderPort);
+
 protected slots:
     void onTimeOut();
     void onCtrlSockActivated();
@@ -75,8 +80,11 @@ private:
 
     void refreshDate();
     void buildSystemMenu(const QString &startMenuDir);
-    void runControlCommand(const ControlCommand &cmd, const QHostAddress &sender,
-                           quint16 senderPort);
+    void placeBar(const QSize &screen);
+    bool barShownSoon() const;
+    void requestBar(bool shown);
+    void schedulePendingBarChanges();
+    void applyPendingBarChanges();
     void addLabel(const QString &name, const QString &text, const QHostAddress &sender,
                   quint16 senderPort);
     void deleteLabel(const QString &name);
@@ -84,6 +92,12 @@ private:
 
     Ui::TitleBarWidget *ui;
     int position = TitleBarBottom;
+    // What control commands asked of the bar, carried out together (applyPendingBarChanges).
+    bool m_barChangesScheduled = false;
+    bool m_barChangePending = false;
+    bool m_barWanted = false;
+    int m_placedPosition = TitleBarBottom; // where the bar was last laid out
+    QColor m_pendingTextColor;             // invalid: none
     QTimer *m_clockTimer = nullptr;
     ControlChannel *m_ctrlPort = nullptr;
     // Top-level and without parent; it lives as long as the process and is never deleted.
