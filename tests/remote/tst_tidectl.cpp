@@ -82,6 +82,21 @@ private slots:
         QVERIFY(!m_shell.hasPendingDatagrams());
     }
 
+    // The summary names every command the shell takes.
+    void help()
+    {
+        QProcess proc;
+        proc.start(m_binary, {"--help"});
+        QVERIFY(proc.waitForFinished(5000));
+        QCOMPARE(proc.exitCode(), 0);
+        const QByteArray out = proc.readAllStandardOutput();
+        QVERIFY(out.startsWith("usage: tidectl"));
+        for (const char *word :
+             {"tclose", "topen", "ttoggle", "ttop", "tbottom", "kbdshow", "kbdhide", "kbdtoggle",
+              "taddlabel", "tdellabel", "ttextcolor", "twindowcolor", "smouse", "skey"})
+            QVERIFY2(out.contains(QByteArray("\n  ") + word + ' '), word);
+    }
+
     void badArguments_data()
     {
         QTest::addColumn<QStringList>("args");
