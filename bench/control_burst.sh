@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
 # Loss on the control port: an unpaced burst of 20,000 commands, then 50,000 commands a
-# second for two seconds. Every command is numbered (see udpsend.c); the shell's debug lines
+# second for some seconds (2 unless given). Every command is numbered (see udpsend.c); the shell's debug lines
 # show how many were carried out and whether in order. Prints figures, judges nothing.
-# Usage: bench/control_burst.sh [build-dir]
+# Usage: bench/control_burst.sh [build-dir] [seconds]
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=${1:-${TIDESHELL_BUILD_DIR:-$root/build}}
+seconds=${2:-2}
 cmake --build "$build" -j2 --target tideshell >/dev/null
 
 work=$(mktemp -d /tmp/tideshell-burst-XXXXXX)
@@ -49,6 +50,6 @@ report "unpaced burst" 20000 "$from"
 echo "  carried out within $(( ($(date +%s%N) - t0) / 1000000 )) ms of the first send"
 
 from=$(( $(wc -l <"$work/shell.log") + 1 ))
-"$work/udpsend" "$TIDESHELL_CONTROL_PORT" 100000 50000 | sed 's/^/  sustained: /'
+"$work/udpsend" "$TIDESHELL_CONTROL_PORT" $((seconds * 50000)) 50000 | sed 's/^/  sustained: /'
 settle "$from"
-report "50,000 per second for 2 s" 100000 "$from"
+report "50,000 per second for $seconds s" $((seconds * 50000)) "$from"
