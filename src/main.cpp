@@ -3,6 +3,7 @@
 #include "application.h"
 #include "datetimesettingdlg.h"
 #include "servicenotify.h"
+#include "shellsettings.h"
 #include "titlebarwidget.h"
 #include "windowserver.h"
 
@@ -85,14 +86,14 @@ int main(int argc, char **argv)
     (void)translator.load(QStringLiteral(":/zh_CN.qm"));
     QCoreApplication::installTranslator(&translator);
 
-    // Development machines and tests replace the device's clock program.
-    if (!qEnvironmentVariableIsEmpty("TIDESHELL_CLOCK_PROGRAM"))
-        DateTimeSettingDlg::setClockProgram(qEnvironmentVariable("TIDESHELL_CLOCK_PROGRAM"));
+    const ShellSettings settings = ShellSettings::load();
+    if (!settings.clockProgram.isEmpty())
+        DateTimeSettingDlg::setClockProgram(settings.clockProgram);
 
     server.setDesktopColor(QColor(51, 153, 128));
     server.showDesktop();
 
-    TitleBarWidget titleBar;
+    TitleBarWidget titleBar(settings);
     QObject::connect(&app, &Application::specialKey, &titleBar, &TitleBarWidget::onSpecialKey);
     QObject::connect(&app, &Application::screenTransformed, &titleBar,
                      &TitleBarWidget::onScreenTransformed);

@@ -1,6 +1,7 @@
 #include "titlebarwidget.h"
 #include "ui_titlebarwidget.h"
 
+#include "controlchannel.h"
 #include "controlcommand.h"
 #include "customlabel.h"
 #include "datetimesettingdlg.h"
@@ -20,7 +21,6 @@
 #include <QProcess>
 #include <QScreen>
 #include <QTimer>
-#include <QUdpSocket>
 
 Q_LOGGING_CATEGORY(lcTitleBar, "tideshell.titlebar", QtWarningMsg)
 
@@ -40,15 +40,6 @@ QList<InterfaceAddresses> currentInterfaces()
     return list;
 }
 
-// Port 60000; development machines and tests that run several shells at once give each its
-// own through TIDESHELL_CONTROL_PORT (0: any free port).
-quint16 controlPort()
-{
-    bool ok = false;
-    const int port = qEnvironmentVariableIntValue("TIDESHELL_CONTROL_PORT", &ok);
-    return ok && port >= 0 && port < 65536 ? quint16(port) : ControlPort;
-}
-
 QString dateText()
 {
     return QDateTime::currentDateTime().toString(QStringLiteral("yyyy/M/d hh:mm"));
@@ -56,8 +47,15 @@ QString dateText()
 
 } // namespace
 
-TitleBarWidget::TitleBarWidget(QWidget *parent) : QWidget(parent), ui(new Ui::TitleBarWidget)
+TitleBarWidget::TitleBarWidget(const ShellSettings &settings, QWidget *parent)
+    : QWidget(parent), ui(new Ui::TitleBarWidget)
 {
+    // Other programs steer the bar through this port. It is bound before anything else is
+    // built, so commands sent as soon as the shell starts wait in the socket until the event
+    // loop runs; if it cannot be bound the shell runs without remote control.
+    m_ctrlPort = new ControlChannel(settings, this);
+    connect(m_ctrlPort, &ControlChannel::readyRead, this, &TitleBarWidget::onCtrlSockActivated);
+
     m_keyboard = new QwsKeyBoardWidget(nullptr);
 
     // The bar follows every window event but keeps no list of client windows.
@@ -91,13 +89,7 @@ TitleBarWidget::TitleBarWidget(QWidget *parent) : QWidget(parent), ui(new Ui::Ti
     connect(m_clockTimer, &QTimer::timeout, this, &TitleBarWidget::onTimeOut);
     onTimeOut();
 
-    buildSystemMenu();
-
-    // Other programs steer the bar through this port. If it cannot be bound the shell runs
-    // without remote control.
-    m_ctrlSocket = new QUdpSocket(this);
-    m_ctrlSocket->bind(controlPort(), QUdpSocket::ShareAddress | QUdpSocket::ReuseAddressHint);
-    connect(m_ctrlSocket, &QUdpSocket::readyRead, this, &TitleBarWidget::onCtrlSockActivated);
+    buildSystemMenu(settings.startMenuDir);
 
     // Laid out once at the bottom, then hidden: the whole screen starts free for clients.
     position = TitleBarBottom;
@@ -107,8 +99,7 @@ TitleBarWidget::TitleBarWidget(QWidget *parent) : QWidget(parent), ui(new Ui::Ti
 
 TitleBarWidget::~TitleBarWidget()
 {
-    m_ctrlSocket->close();
-    delete m_ctrlSocket;
+    delete m_ctrlPort;
     delete m_clockTimer;
     delete ui;
 }
@@ -152,14 +143,21 @@ void TitleBarWidget::onIpLabelClicked()
 
 void TitleBarWidget::showTitleBar()
 {
+    m_barChangePending = false; // a direct call overrides what commands asked for
     const QSize screen = QGuiApplication::primaryScreen()->geometry().size();
+    placeBar(screen);
+    if (WindowServer *server = WindowServer::instance())
+        server->setMaxWindowRect(clientAreaRect(screen, position));
+    show();
+}
+
+void TitleBarWidget::placeBar(const QSize &screen)
+{
     const QRect bar = titleBarRect(screen, position);
     setMaximumSize(bar.size());
     setMinimumSize(bar.size());
     setGeometry(bar);
-    if (WindowServer *server = WindowServer::instance())
-        server->setMaxWindowRect(clientAreaRect(screen, position));
-    show();
+    m_placedPosition = position;
 
     // The menu opens with its lower edge on the start button's top edge; for a bar at the
     // top the menu's own placement keeps it on the screen.
@@ -169,6 +167,7 @@ void TitleBarWidget::showTitleBar()
 
 void TitleBarWidget::hideTitleBar()
 {
+    m_barChangePending = false;
     hide();
     if (WindowServer *server = WindowServer::instance())
         server->setMaxWindowRect(QRect(QPoint(0, 0), QGuiApplication::primaryScreen()->size()));
@@ -182,6 +181,7 @@ void TitleBarWidget::changeTitleBarPosition(TitleBarPosition pos)
 
 void TitleBarWidget::onScreenTransformed()
 {
+    applyPendingBarChanges();
     if (isVisible())
         showTitleBar();
     else
@@ -192,6 +192,7 @@ void TitleBarWidget::onSpecialKey(int keycode, bool isPressed)
 {
     if (!isPressed)
         return;
+    applyPendingBarChanges();
     switch (keycode) {
     case Qt::Key_F11:
         if (isVisible())
@@ -252,49 +253,38 @@ void TitleBarWidget::onCtrlSockActivated()
     // than from here: an injected click may open a modal dialog (the date label, the reboot
     // question), and the socket announces nothing more until this handler has returned, so
     // the keys that would close the dialog could not get in.
-    while (m_ctrlSocket->hasPendingDatagrams()) {
-        QByteArray datagram;
-        datagram.resize(qMax<qint64>(0, m_ctrlSocket->pendingDatagramSize()));
-        QHostAddress sender;
-        quint16 senderPort = 0;
-        const qint64 got =
-            m_ctrlSocket->readDatagram(datagram.data(), datagram.size(), &sender, &senderPort);
-        if (got < 0)
-            continue;
-        datagram.truncate(got);
+    const QList<ControlChannel::Received> pending = m_ctrlPort->takePending();
+    for (const ControlChannel::Received &r : pending) {
         QMetaObject::invokeMethod(
-            this, [=] { runControlCommand(datagram, sender, senderPort); }, Qt::QueuedConnection);
+            this, [=] { runControlCommand(r.command, r.sender, r.senderPort); },
+            Qt::QueuedConnection);
     }
 }
 
-void TitleBarWidget::runControlCommand(const QByteArray &datagram, const QHostAddress &sender,
+void TitleBarWidget::runControlCommand(const ControlCommand &cmd, const QHostAddress &sender,
                                        quint16 senderPort)
 {
-    const ControlCommand cmd = parseControlCommand(datagram);
     printControlDebugLine(cmd);
     if (!cmd.isValid())
         return;
     WindowServer *server = WindowServer::instance();
     switch (cmd.kind) {
     case ControlCommand::Close:
-        hideTitleBar();
+        requestBar(false);
         break;
     case ControlCommand::Open:
-        showTitleBar();
+        requestBar(true);
         break;
     case ControlCommand::Toggle:
-        if (isHidden())
-            showTitleBar();
-        else
-            hideTitleBar();
+        requestBar(!barShownSoon());
         break;
     case ControlCommand::Top:
         position = TitleBarTop;
-        showTitleBar();
+        requestBar(true);
         break;
     case ControlCommand::Bottom:
         position = TitleBarBottom;
-        showTitleBar();
+        requestBar(true);
         break;
     case ControlCommand::KbdShow:
         // -1 steps to the next method, 0 is English, 1 pinyin; any other number would leave
@@ -310,13 +300,20 @@ void TitleBarWidget::runControlCommand(const QByteArray &datagram, const QHostAd
         m_keyboard->setVisible(m_keyboard->isHidden());
         break;
     case ControlCommand::AddLabel:
+        // A label added now keeps its own colours: the colour asked for before it goes to
+        // the widgets there before it.
+        if (m_pendingTextColor.isValid()) {
+            setChildTextColor(m_pendingTextColor);
+            m_pendingTextColor = QColor();
+        }
         addLabel(cmd.name, cmd.text, sender, senderPort);
         break;
     case ControlCommand::DelLabel:
         deleteLabel(cmd.name);
         break;
     case ControlCommand::TextColor:
-        setChildTextColor(QColor::fromRgb(cmd.color.r, cmd.color.g, cmd.color.b, cmd.color.a));
+        m_pendingTextColor = QColor::fromRgb(cmd.color.r, cmd.color.g, cmd.color.b, cmd.color.a);
+        schedulePendingBarChanges();
         break;
     case ControlCommand::WindowColor: {
         QPalette pal = palette();
@@ -326,17 +323,64 @@ void TitleBarWidget::runControlCommand(const QByteArray &datagram, const QHostAd
         break;
     }
     case ControlCommand::Mouse:
+        // Injected input lands where the bar is once every earlier command is in effect.
+        applyPendingBarChanges();
         if (server)
             server->sendMouseEvent(QPoint(cmd.mouse.x, cmd.mouse.y), cmd.mouse.stat,
                                    cmd.mouse.wheel);
         break;
     case ControlCommand::Key:
+        applyPendingBarChanges();
         if (server)
             server->sendKeyEvent(cmd.key.unicode, cmd.key.keyCode,
                                  Qt::KeyboardModifiers(cmd.key.modifier), cmd.key.pressed, false);
         break;
     case ControlCommand::None:
         break;
+    }
+}
+
+// Commands that move, show, hide or recolour the bar only note what they want; one pass on the
+// next turn of the event loop then lays out and recolours the bar once, however many commands
+// came in a burst. The end state is the same as carrying each out at once: a toggle asks
+// what the bar will be, labels keep their colours (see AddLabel), and injected input and
+// direct calls see every earlier change in effect.
+bool TitleBarWidget::barShownSoon() const
+{
+    return m_barChangePending ? m_barWanted : !isHidden();
+}
+
+void TitleBarWidget::requestBar(bool shown)
+{
+    m_barWanted = shown;
+    m_barChangePending = true;
+    schedulePendingBarChanges();
+}
+
+void TitleBarWidget::schedulePendingBarChanges()
+{
+    if (m_barChangesScheduled)
+        return;
+    m_barChangesScheduled = true;
+    QMetaObject::invokeMethod(this, &TitleBarWidget::applyPendingBarChanges, Qt::QueuedConnection);
+}
+
+void TitleBarWidget::applyPendingBarChanges()
+{
+    m_barChangesScheduled = false;
+    if (m_pendingTextColor.isValid()) {
+        setChildTextColor(m_pendingTextColor);
+        m_pendingTextColor = QColor();
+    }
+    if (m_barChangePending) {
+        if (m_barWanted) {
+            showTitleBar();
+        } else {
+            // Moved and hidden in the same burst: it waits hidden at its new place.
+            if (m_placedPosition != position)
+                placeBar(QGuiApplication::primaryScreen()->geometry().size());
+            hideTitleBar();
+        }
     }
 }
 
@@ -396,20 +440,19 @@ void TitleBarWidget::onLabelClicked()
     const auto it = m_labels.constFind(label->objectName());
     if (it == m_labels.constEnd())
         return;
-    m_ctrlSocket->writeDatagram(clickReport(label->objectName()), it->address, it->port);
+    m_ctrlPort->sendTo(clickReport(label->objectName()), it->address, it->port);
 }
 
 // ---- system menu ------------------------------------------------------------------------
 
-void TitleBarWidget::buildSystemMenu()
+void TitleBarWidget::buildSystemMenu(const QString &root)
 {
     m_iconStyle = new QTMyIconStyle;
     m_sysMenu = new QMenu(this);
     m_sysMenu->setStyle(m_iconStyle);
 
-    // Entry files live in fixed folders on the device; a development machine or a test can
-    // name another folder holding the same two sub-folders.
-    const QString root = qEnvironmentVariable("TIDESHELL_STARTMENU_DIR");
+    // Entry files live in fixed folders on the device; the settings can name another folder
+    // holding the same two sub-folders.
     m_startMenu = root.isEmpty()
                       ? new StartMenuManager(m_sysMenu, this)
                       : new StartMenuManager(m_sysMenu, root + QStringLiteral("/.Program"),

@@ -1,7 +1,9 @@
 #pragma once
 
+#include "shellsettings.h"
 #include "titlebarlayout.h"
 
+#include <QColor>
 #include <QHostAddress>
 #include <QMap>
 #include <QPoint>
@@ -10,7 +12,8 @@
 #include "windowserver.h"
 
 class QTimer;
-class QUdpSocket;
+class ControlChannel;
+struct ControlCommand;
 class QKeyEvent;
 class QMenu;
 class QAction;
@@ -31,7 +34,9 @@ class TitleBarWidget : public QWidget
 {
     Q_OBJECT
 public:
-    explicit TitleBarWidget(QWidget *parent = nullptr);
+    // The settings decide the control port's lock-down and the start-menu folder.
+    explicit TitleBarWidget(const ShellSettings &settings = ShellSettings::load(),
+                            QWidget *parent = nullptr);
     ~TitleBarWidget() override;
 
 public slots:
@@ -39,6 +44,10 @@ public slots:
     void onScreenTransformed();
     void showTitleBar();
     void hideTitleBar();
+
+    // Carries out one control command as if it had come from sender:senderPort.
+    void runControlCommand(const ControlCommand &cmd, const QHostAddress &sender,
+                           quint16 senderPort);
 
 protected slots:
     void onTimeOut();
@@ -70,9 +79,12 @@ private:
     };
 
     void refreshDate();
-    void buildSystemMenu();
-    void runControlCommand(const QByteArray &datagram, const QHostAddress &sender,
-                           quint16 senderPort);
+    void buildSystemMenu(const QString &startMenuDir);
+    void placeBar(const QSize &screen);
+    bool barShownSoon() const;
+    void requestBar(bool shown);
+    void schedulePendingBarChanges();
+    void applyPendingBarChanges();
     void addLabel(const QString &name, const QString &text, const QHostAddress &sender,
                   quint16 senderPort);
     void deleteLabel(const QString &name);
@@ -80,8 +92,14 @@ private:
 
     Ui::TitleBarWidget *ui;
     int position = TitleBarBottom;
+    // What control commands asked of the bar, carried out together (applyPendingBarChanges).
+    bool m_barChangesScheduled = false;
+    bool m_barChangePending = false;
+    bool m_barWanted = false;
+    int m_placedPosition = TitleBarBottom; // where the bar was last laid out
+    QColor m_pendingTextColor;             // invalid: none
     QTimer *m_clockTimer = nullptr;
-    QUdpSocket *m_ctrlSocket = nullptr;
+    ControlChannel *m_ctrlPort = nullptr;
     // Top-level and without parent; it lives as long as the process and is never deleted.
     QwsKeyBoardWidget *m_keyboard = nullptr;
     QMap<QString, LabelEntry> m_labels;

@@ -158,6 +158,7 @@ QProcessEnvironment ShellHarness::shellEnvironment() const
     env.insert("XDG_RUNTIME_DIR", m_runtime.path());
     env.insert("QT_LOGGING_RULES", "tideshell.windowserver=true;qt.qpa.*=false");
     env.insert("TIDESHELL_CONTROL_PORT", QString::number(m_port));
+    env.insert("TIDESHELL_CONFIG", settingsPath());
     env.remove("WAYLAND_DISPLAY");
     // Test shells never talk to a service manager that runs the tests.
     for (const char *name : {"NOTIFY_SOCKET", "WATCHDOG_USEC", "WATCHDOG_PID"})
@@ -173,6 +174,12 @@ QProcessEnvironment ShellHarness::clientEnvironment() const
     env.insert("QT_QPA_PLATFORM", "wayland");
     env.remove("QT_LOGGING_RULES");
     return env;
+}
+
+bool ShellHarness::writeSettings(const QByteArray &ini) const
+{
+    QFile file(settingsPath());
+    return file.open(QIODevice::WriteOnly) && file.write(ini) == ini.size();
 }
 
 bool ShellHarness::start(const QStringList &extraArgs, const QProcessEnvironment &extraEnv)
@@ -194,7 +201,6 @@ bool ShellHarness::start(const QStringList &extraArgs, const QProcessEnvironment
     }
     // The control port is bound by the bar, which is built after the compositor listens.
     return m_shell->waitForLine(QRegularExpression("server window Show TitleBarWidget")).hasMatch();
-    return true;
 }
 
 LineProcess *ShellHarness::startClient(const QString &program, const QStringList &args)

@@ -52,6 +52,10 @@ public:
     QString socketName() const { return m_socketName; }
     QString socketPath() const { return m_runtime.path() + QLatin1Char('/') + m_socketName; }
 
+    // The shell's settings file, private to this shell and absent unless written here.
+    QString settingsPath() const { return m_runtime.path() + QStringLiteral("/tideshell.conf"); }
+    bool writeSettings(const QByteArray &ini) const;
+
     // The shell's environment: offscreen at 800 x 480, window events logged.
     QProcessEnvironment shellEnvironment() const;
     QProcessEnvironment clientEnvironment() const;

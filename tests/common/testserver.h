@@ -15,6 +15,7 @@ template <typename App, typename Test> int runWithServer(int argc, char **argv)
     qputenv("XDG_RUNTIME_DIR", QFile::encodeName(runtime.path()));
     // A bar made here binds its control port; keep it off the one a running shell uses.
     qputenv("TIDESHELL_CONTROL_PORT", "0");
+    qputenv("TIDESHELL_CONFIG", QFile::encodeName(runtime.filePath("tideshell.conf")));
     QByteArray socketName = "tide-unit-" + QByteArray::number(QCoreApplication::applicationPid());
     std::vector<char *> appArgs(argv, argv + argc);
     QByteArray option = "--wayland-socket-name";

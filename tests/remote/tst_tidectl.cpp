@@ -33,7 +33,10 @@ private slots:
         QTest::addColumn<QByteArray>("datagram");
         QTest::addColumn<int>("replies");
         QTest::addColumn<int>("exitCode");
+        // "PORT" stands for the shell's port; without it the port comes from the environment.
         QTest::newRow("one word") << QStringList{"topen"} << QByteArray("topen") << 0 << 0;
+        QTest::newRow("--port beats the environment")
+            << QStringList{"--port", "PORT", "topen"} << QByteArray("topen") << 0 << 0;
         QTest::newRow("joined") << QStringList{"taddlabel", "wifi,WLAN"}
                                 << QByteArray("taddlabel wifi,WLAN") << 0 << 0;
         QTest::newRow("dash in command")
@@ -58,8 +61,13 @@ private slots:
         QFETCH(QByteArray, datagram);
         QFETCH(int, replies);
         QFETCH(int, exitCode);
+        const QString port = QString::number(m_shell.localPort());
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("TIDESHELL_CONTROL_PORT", args.contains("PORT") ? "9" : port);
+        args.replaceInStrings(QRegularExpression("^PORT$"), port);
         QProcess proc;
-        proc.start(m_binary, QStringList{"--port", QString::number(m_shell.localPort())} + args);
+        proc.setProcessEnvironment(env);
+        proc.start(m_binary, args);
         QVERIFY(proc.waitForStarted());
         if (!m_shell.hasPendingDatagrams())
             m_shell.waitForReadyRead(5000);
@@ -72,6 +80,21 @@ private slots:
         QCOMPARE(proc.exitCode(), exitCode);
         QCOMPARE(proc.readAllStandardOutput(), QByteArray("clicked:a\n").repeated(replies));
         QVERIFY(!m_shell.hasPendingDatagrams());
+    }
+
+    // The summary names every command the shell takes.
+    void help()
+    {
+        QProcess proc;
+        proc.start(m_binary, {"--help"});
+        QVERIFY(proc.waitForFinished(5000));
+        QCOMPARE(proc.exitCode(), 0);
+        const QByteArray out = proc.readAllStandardOutput();
+        QVERIFY(out.startsWith("usage: tidectl"));
+        for (const char *word :
+             {"tclose", "topen", "ttoggle", "ttop", "tbottom", "kbdshow", "kbdhide", "kbdtoggle",
+              "taddlabel", "tdellabel", "ttextcolor", "twindowcolor", "smouse", "skey"})
+            QVERIFY2(out.contains(QByteArray("\n  ") + word + ' '), word);
     }
 
     void badArguments_data()
@@ -90,7 +113,6 @@ private slots:
     {
         QFETCH(QStringList, args);
         QProcess proc;
-        // Without the leading --port, so a refused argument list cannot be saved by it.
         proc.start(m_binary, args);
         QVERIFY(proc.waitForFinished(5000));
         QCOMPARE(proc.exitCode(), 2);

@@ -1,6 +1,7 @@
 // The bar's arithmetic, its placement against a real window server, and the application's
 // function-key filter.
 #include "application.h"
+#include "controlcommand.h"
 #include "customlabel.h"
 #include "datetimesettingdlg.h"
 #include "qtmyiconstyle.h"
@@ -27,6 +28,8 @@ private slots:
     void rectangles();
 
     void barPlacesItselfAndTheClientArea();
+    void commandsInABurstGiveTheSameBar_data();
+    void commandsInABurstGiveTheSameBar();
     void functionKeysToggleBarAndAreSwallowed();
     void customLabelClicksOnAnyRelease();
     void iconStyleEnlargesSmallIcons();
@@ -139,6 +142,48 @@ void TestTitleBar::barPlacesItselfAndTheClientArea()
     // Its height never changes, whatever the layout would like.
     QCOMPARE(bar.minimumSize(), QSize(800, 48));
     QCOMPARE(bar.maximumSize(), QSize(800, 48));
+}
+
+void TestTitleBar::commandsInABurstGiveTheSameBar_data()
+{
+    QTest::addColumn<QByteArrayList>("commands");
+    QTest::newRow("toggles") << QByteArrayList{"ttoggle", "ttoggle"};
+    QTest::newRow("moves") << QByteArrayList{"ttop", "tclose", "tbottom", "ttop", "ttoggle"};
+    QTest::newRow("colours around labels") << QByteArrayList{"ttextcolor 255,0,0,255",
+                                                             "taddlabel a,x",
+                                                             "ttextcolor 0,0,255,255",
+                                                             "taddlabel b,y",
+                                                             "tdellabel a",
+                                                             "taddlabel c,z",
+                                                             "topen"};
+}
+
+// Commands carried out one by one, each in effect before the next, and the same commands in
+// one go, laid out together afterwards, leave the same bar.
+void TestTitleBar::commandsInABurstGiveTheSameBar()
+{
+    QFETCH(QByteArrayList, commands);
+    auto finalBar = [&](bool oneByOne) {
+        TitleBarWidget bar;
+        for (const QByteArray &command : std::as_const(commands)) {
+            bar.runControlCommand(parseControlCommand(command), QHostAddress::LocalHost, 1);
+            if (oneByOne)
+                QCoreApplication::processEvents();
+        }
+        QCoreApplication::processEvents();
+        QStringList state{bar.isVisible() ? "shown" : "hidden"};
+        QDebug(&state.emplaceBack()) << bar.geometry() << m_server.maxWindowRect();
+        for (const QObject *child : bar.children()) {
+            if (child->isWidgetType())
+                state << child->objectName() + QLatin1Char('=') +
+                             static_cast<const QWidget *>(child)
+                                 ->palette()
+                                 .color(QPalette::WindowText)
+                                 .name();
+        }
+        return state;
+    };
+    QCOMPARE(finalBar(false), finalBar(true));
 }
 
 void TestTitleBar::functionKeysToggleBarAndAreSwallowed()

@@ -6,202 +6,274 @@
 // socket then stays open and every datagram that comes back (the shell's click reports for
 // labels this command added) is printed as one line, until SIGINT/SIGTERM, until --count
 // reports were printed, or until --timeout milliseconds passed (exit status 1 if --count was
-// not reached by then). Bad arguments give exit status 2 and a usage line on stderr.
+// not reached by then). Bad arguments give exit status 2 and a usage line on stderr. The port
+// is TIDESHELL_CONTROL_PORT when set, like the shell's, unless --port names one.
+//
+// Scripts call it once per command, so it is plain POSIX: no toolkit to load and start.
 
-#include "controlcommand.h"
-
-#include <QCoreApplication>
-#include <QHostAddress>
-#include <QHostInfo>
-#include <QSocketNotifier>
-#include <QStringList>
-#include <QTimer>
-#include <QUdpSocket>
-
-#include <csignal>
-#include <cstdio>
+#include <netinet/in.h>
+#include <poll.h>
 #include <sys/signalfd.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
+#include <cctype>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <netdb.h>
+#include <string>
+
 namespace {
+
+constexpr unsigned short defaultPort = 60000; // the shell's control port
 
 const char usage[] =
     "usage: tidectl [--host H] [--port P] [--wait] [--count N] [--timeout MS] COMMAND...";
 
-int usageError(const QString &reason)
+const char help[] =
+    "Sends one command to the tideshell control port (UDP, 127.0.0.1:60000 by default;\n"
+    "TIDESHELL_CONTROL_PORT or --port change the port). The words of COMMAND are joined by\n"
+    "blanks into one datagram.\n"
+    "\n"
+    "Options (before the command; -- ends them):\n"
+    "  --host H       send to host H (name or address)\n"
+    "  --port P       send to port P\n"
+    "  --wait         stay and print each click report as a line, until SIGINT/SIGTERM\n"
+    "  --count N      stop waiting after N reports (implies --wait)\n"
+    "  --timeout MS   stop waiting after MS milliseconds; exit status 1 if --count was not\n"
+    "                 reached (implies --wait)\n"
+    "\n"
+    "Commands:\n"
+    "  tclose                   hide the bar                    tidectl tclose\n"
+    "  topen                    show the bar                    tidectl topen\n"
+    "  ttoggle                  show the bar if hidden, else hide it\n"
+    "  ttop                     put the bar at the top and show it\n"
+    "  tbottom                  put the bar at the bottom and show it\n"
+    "  kbdshow [METHOD]         show the keyboard; 0 English, 1 pinyin, -1 next method\n"
+    "                                                           tidectl kbdshow 1\n"
+    "  kbdhide                  hide the keyboard\n"
+    "  kbdtoggle                show the keyboard if hidden, else hide it\n"
+    "  taddlabel NAME,TEXT      add a label to the bar (or change its text); its taps are\n"
+    "                           reported as \"clicked:NAME\"\n"
+    "                                                           tidectl --wait taddlabel "
+    "wifi,WLAN\n"
+    "  tdellabel NAME           remove a label                  tidectl tdellabel wifi\n"
+    "  ttextcolor R,G,B,A       colour of the bar's texts       tidectl ttextcolor 255,255,0,255\n"
+    "  twindowcolor R,G,B,A     colour of the bar's background  tidectl twindowcolor 0,0,0,128\n"
+    "  smouse X,Y,BUTTONS,WHEEL pointer event at X,Y; BUTTONS 1 left, 2 right, 0 none\n"
+    "                                                           tidectl smouse 100,200,1,0\n"
+    "  skey UNICODE,KEY,MODIFIERS,PRESSED\n"
+    "                           key event (Qt key code, decimal modifier mask, 1 press/0 release)\n"
+    "                                                           tidectl skey 65,65,0,1\n";
+
+int usageError(const std::string &reason)
 {
-    fprintf(stderr, "tidectl: %s; %s\n", qPrintable(reason), usage);
+    fprintf(stderr, "tidectl: %s; %s\n", reason.c_str(), usage);
     return 2;
 }
 
 struct Options
 {
-    QString host = QStringLiteral("127.0.0.1");
-    quint16 port = ControlPort;
+    std::string host = "127.0.0.1";
+    unsigned short port = defaultPort;
     bool wait = false;
     int count = -1;   // -1: no limit
     int timeout = -1; // milliseconds, -1: none
-    QByteArray command;
+    std::string command;
 };
 
-bool toNumber(const QString &text, int min, int max, int *out)
+// A decimal number within [min, max]; blanks around it and a sign are accepted.
+bool toNumber(const char *text, long min, long max, int *out)
 {
-    bool ok = false;
-    const int value = text.toInt(&ok, 10);
-    if (!ok || value < min || value > max)
+    if (!text)
         return false;
-    *out = value;
+    while (isspace(static_cast<unsigned char>(*text)))
+        ++text;
+    if (!*text || isspace(static_cast<unsigned char>(*text)))
+        return false;
+    char *end = nullptr;
+    errno = 0;
+    const long value = strtol(text, &end, 10);
+    if (end == text || errno == ERANGE)
+        return false;
+    while (isspace(static_cast<unsigned char>(*end)))
+        ++end;
+    if (*end || value < min || value > max)
+        return false;
+    *out = int(value);
     return true;
+}
+
+bool startsWith(const std::string &s, const char *prefix)
+{
+    return s.compare(0, strlen(prefix), prefix) == 0;
 }
 
 // Options stand only before the command, so a command word or parameter that starts with a
 // dash (a negative coordinate) is sent as it is; "--" ends the options explicitly.
 // Returns an empty string on success, else the reason the arguments were refused.
-QString parseArguments(const QStringList &args, Options *opt)
+std::string parseArguments(int argc, char **argv, Options *opt)
 {
+    int envPort = 0;
+    if (toNumber(getenv("TIDESHELL_CONTROL_PORT"), 1, 65535, &envPort))
+        opt->port = static_cast<unsigned short>(envPort);
     int i = 1;
-    for (; i < args.size(); ++i) {
-        QString arg = args.at(i);
-        if (arg == QLatin1String("--")) {
+    for (; i < argc; ++i) {
+        std::string arg = argv[i];
+        if (arg == "--") {
             ++i;
             break;
         }
-        if (!arg.startsWith(QLatin1String("--")))
+        if (!startsWith(arg, "--"))
             break;
-        QString value;
-        const qsizetype eq = arg.indexOf(QLatin1Char('='));
-        const bool inlineValue = eq > 0;
+        std::string value;
+        const size_t eq = arg.find('=');
+        const bool inlineValue = eq != std::string::npos && eq > 0;
         if (inlineValue) {
-            value = arg.mid(eq + 1);
-            arg.truncate(eq);
+            value = arg.substr(eq + 1);
+            arg.resize(eq);
         }
-        if (arg == QLatin1String("--wait") && !inlineValue) {
+        if (arg == "--wait" && !inlineValue) {
             opt->wait = true;
             continue;
         }
-        const bool takesValue = arg == QLatin1String("--host") || arg == QLatin1String("--port") ||
-                                arg == QLatin1String("--count") ||
-                                arg == QLatin1String("--timeout");
-        if (!takesValue)
-            return QStringLiteral("unknown option %1").arg(args.at(i));
+        if (arg != "--host" && arg != "--port" && arg != "--count" && arg != "--timeout")
+            return std::string("unknown option ") + argv[i];
         if (!inlineValue) {
-            if (++i >= args.size())
-                return QStringLiteral("%1 needs a value").arg(arg);
-            value = args.at(i);
+            if (++i >= argc)
+                return arg + " needs a value";
+            value = argv[i];
         }
         int number = 0;
-        if (arg == QLatin1String("--host")) {
-            if (value.isEmpty())
-                return QStringLiteral("empty host");
+        if (arg == "--host") {
+            if (value.empty())
+                return "empty host";
             opt->host = value;
-        } else if (arg == QLatin1String("--port")) {
-            if (!toNumber(value, 1, 65535, &number))
-                return QStringLiteral("bad port %1").arg(value);
-            opt->port = quint16(number);
-        } else if (arg == QLatin1String("--count")) {
-            if (!toNumber(value, 0, INT_MAX, &number))
-                return QStringLiteral("bad count %1").arg(value);
+        } else if (arg == "--port") {
+            if (!toNumber(value.c_str(), 1, 65535, &number))
+                return "bad port " + value;
+            opt->port = static_cast<unsigned short>(number);
+        } else if (arg == "--count") {
+            if (!toNumber(value.c_str(), 0, INT_MAX, &number))
+                return "bad count " + value;
             opt->count = number;
             opt->wait = true;
         } else {
-            if (!toNumber(value, 0, INT_MAX, &number))
-                return QStringLiteral("bad timeout %1").arg(value);
+            if (!toNumber(value.c_str(), 0, INT_MAX, &number))
+                return "bad timeout " + value;
             opt->timeout = number;
             opt->wait = true;
         }
     }
-    if (i >= args.size())
-        return QStringLiteral("no command");
-    opt->command = args.mid(i).join(QLatin1Char(' ')).toUtf8();
-    return QString();
+    if (i >= argc)
+        return "no command";
+    for (; i < argc; ++i) {
+        opt->command += argv[i];
+        if (i + 1 < argc)
+            opt->command += ' ';
+    }
+    return std::string();
 }
 
-QHostAddress resolve(const QString &host)
+long long nowMs()
 {
-    QHostAddress address;
-    if (address.setAddress(host))
-        return address;
-    const QList<QHostAddress> found = QHostInfo::fromName(host).addresses();
-    return found.isEmpty() ? QHostAddress() : found.first();
+    timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return ts.tv_sec * 1000LL + ts.tv_nsec / 1000000;
+}
+
+// Prints every report that comes back until the count, the timeout or a stop signal.
+int waitForReports(int fd, const Options &opt, const sigset_t &stopSignals)
+{
+    const int sigFd = signalfd(-1, &stopSignals, SFD_CLOEXEC | SFD_NONBLOCK);
+    const long long deadline = opt.timeout >= 0 ? nowMs() + opt.timeout : -1;
+    static char report[65536 + 1];
+    int printed = 0;
+    for (;;) {
+        int waitMs = -1;
+        if (deadline >= 0)
+            waitMs = int(deadline - nowMs() > 0 ? deadline - nowMs() : 0);
+        pollfd fds[2] = {{fd, POLLIN, 0}, {sigFd, POLLIN, 0}};
+        const int ready = poll(fds, sigFd >= 0 ? 2 : 1, waitMs);
+        if (ready < 0 && errno == EINTR)
+            continue;
+        if (ready < 0 || (sigFd >= 0 && (fds[1].revents & POLLIN)))
+            return 0;
+        if (ready == 0)
+            return opt.count > 0 && printed < opt.count ? 1 : 0;
+        for (;;) {
+            const ssize_t size = recv(fd, report, sizeof report - 1, MSG_DONTWAIT);
+            if (size < 0)
+                break;
+            report[size] = '\n';
+            fwrite(report, 1, size_t(size) + 1, stdout);
+            fflush(stdout);
+            if (opt.count > 0 && ++printed >= opt.count)
+                return 0;
+        }
+    }
 }
 
 } // namespace
 
 int main(int argc, char **argv)
 {
-    // SIGINT and SIGTERM are taken through a signalfd so that they end the event loop like any
-    // other event; they must be blocked before Qt starts threads that would inherit the mask.
+    // SIGINT and SIGTERM end a --wait through a signalfd, like any other event.
     sigset_t stopSignals;
     sigemptyset(&stopSignals);
     sigaddset(&stopSignals, SIGINT);
     sigaddset(&stopSignals, SIGTERM);
     sigprocmask(SIG_BLOCK, &stopSignals, nullptr);
 
-    QCoreApplication app(argc, argv);
-    const QStringList args = app.arguments();
-    if (args.size() == 2 && (args.at(1) == QLatin1String("--help") || args.at(1) == "-h")) {
-        printf("%s\n", usage);
+    if (argc == 2 && (strcmp(argv[1], "--help") == 0 || strcmp(argv[1], "-h") == 0)) {
+        printf("%s\n\n%s", usage, help);
         return 0;
     }
 
     Options opt;
-    const QString problem = parseArguments(args, &opt);
-    if (!problem.isEmpty())
+    const std::string problem = parseArguments(argc, argv, &opt);
+    if (!problem.empty())
         return usageError(problem);
 
-    const QHostAddress target = resolve(opt.host);
-    if (target.isNull()) {
-        fprintf(stderr, "tidectl: cannot resolve host %s\n", qPrintable(opt.host));
+    addrinfo hints{};
+    hints.ai_family = AF_UNSPEC;
+    hints.ai_socktype = SOCK_DGRAM;
+    addrinfo *found = nullptr;
+    if (getaddrinfo(opt.host.c_str(), nullptr, &hints, &found) != 0 || !found) {
+        fprintf(stderr, "tidectl: cannot resolve host %s\n", opt.host.c_str());
         return 1;
     }
+    sockaddr_storage target{};
+    memcpy(&target, found->ai_addr, found->ai_addrlen);
+    const socklen_t targetLen = found->ai_addrlen;
+    const int family = found->ai_family;
+    freeaddrinfo(found);
+    if (family == AF_INET6)
+        reinterpret_cast<sockaddr_in6 *>(&target)->sin6_port = htons(opt.port);
+    else
+        reinterpret_cast<sockaddr_in *>(&target)->sin_port = htons(opt.port);
 
-    // Bound before sending, so the shell sees (and reports clicks to) the port we listen on.
-    QUdpSocket socket;
-    const bool v6 = target.protocol() == QAbstractSocket::IPv6Protocol;
-    if (!socket.bind(v6 ? QHostAddress::AnyIPv6 : QHostAddress::AnyIPv4, 0)) {
-        fprintf(stderr, "tidectl: %s\n", qPrintable(socket.errorString()));
+    // The socket the command leaves from is the one the shell reports clicks to.
+    const int fd = socket(family, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) {
+        fprintf(stderr, "tidectl: %s\n", strerror(errno));
         return 1;
     }
-    if (socket.writeDatagram(opt.command, target, opt.port) != opt.command.size()) {
-        fprintf(stderr, "tidectl: cannot send to %s:%u: %s\n", qPrintable(opt.host),
-                unsigned(opt.port), qPrintable(socket.errorString()));
+    if (sendto(fd, opt.command.data(), opt.command.size(), 0,
+               reinterpret_cast<const sockaddr *>(&target),
+               targetLen) != ssize_t(opt.command.size())) {
+        fprintf(stderr, "tidectl: cannot send to %s:%u: %s\n", opt.host.c_str(), unsigned(opt.port),
+                strerror(errno));
         return 1;
     }
     if (!opt.wait || opt.count == 0)
         return 0;
-
-    int printed = 0;
-    QObject::connect(&socket, &QUdpSocket::readyRead, &app, [&] {
-        while (socket.hasPendingDatagrams()) {
-            QByteArray report(qMax<qint64>(socket.pendingDatagramSize(), 0), '\0');
-            const qint64 size = socket.readDatagram(report.data(), report.size());
-            if (size < 0)
-                continue;
-            report.truncate(size);
-            report.append('\n');
-            fwrite(report.constData(), 1, size_t(report.size()), stdout);
-            fflush(stdout);
-            if (opt.count > 0 && ++printed >= opt.count) {
-                app.exit(0);
-                return;
-            }
-        }
-    });
-
-    const int sigFd = signalfd(-1, &stopSignals, SFD_CLOEXEC | SFD_NONBLOCK);
-    QSocketNotifier signalNotifier(sigFd, QSocketNotifier::Read);
-    QObject::connect(&signalNotifier, &QSocketNotifier::activated, &app, [&] {
-        signalfd_siginfo info;
-        while (read(sigFd, &info, sizeof info) > 0) {
-        }
-        app.exit(0);
-    });
-
-    if (opt.timeout >= 0) {
-        QTimer::singleShot(opt.timeout, &app,
-                           [&] { app.exit(opt.count > 0 && printed < opt.count ? 1 : 0); });
-    }
-    const int status = app.exec();
-    close(sigFd);
+    const int status = waitForReports(fd, opt, stopSignals);
+    close(fd);
     return status;
 }
