@@ -307,8 +307,11 @@ void TestStartup::framedWindowsAnswerTouch()
     touch(button(1), frameY);
     QVERIFY(first->waitForLine("size 800 396"));
     QVERIFY(h.waitForWindowGeometry(QRect(0, 36, 800, 396)));
+    mark = h.shell().mark();
     touch(800 - 24 - 48, 18);
-    QTRY_COMPARE_WITH_TIMEOUT(first->countLines(QRegularExpression("^size 320 200$")), 2, 10000);
+    const QRect restored(shown.captured(1).toInt(), shown.captured(2).toInt(),
+                         shown.captured(3).toInt(), 200);
+    QVERIFY(h.waitForWindowGeometry(restored, 10000, mark));
 
     touch(button(0), frameY);
     QTRY_COMPARE_WITH_TIMEOUT(first->process().state(), QProcess::NotRunning, 10000);
