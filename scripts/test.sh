@@ -1,10 +1,38 @@
 #!/usr/bin/env bash
-# Builds tideshell with its tests and runs every test. Installs missing Debian packages first.
+# Builds tideshell with its tests and runs every test; then builds it once more with
+# AddressSanitizer and UndefinedBehaviorSanitizer and runs every test again under them; then
+# runs each fuzz target briefly. Installs missing Debian packages first.
+#   TIDESHELL_SANITIZE_PASS=0 skips the sanitizer pass, FUZZ_SECONDS=0 the fuzzing;
+#   arguments go to both ctest runs.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 bash "$root/scripts/deps.sh"
+
+launcher=()
+if command -v ccache >/dev/null; then
+    launcher=(-DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+fi
+
 build=${TIDESHELL_BUILD_DIR:-$root/build}
-cmake -S "$root" -B "$build" -DTIDESHELL_BUILD_TESTS=ON >/dev/null
+cmake -S "$root" -B "$build" -DTIDESHELL_BUILD_TESTS=ON "${launcher[@]}" >/dev/null
 cmake --build "$build" -j"$(nproc)"
-cd "$build"
-ctest --output-on-failure -j2 --timeout 300 "$@"
+(cd "$build" && ctest --output-on-failure -j2 --timeout 300 "$@")
+
+if [ "${TIDESHELL_SANITIZE_PASS:-1}" != 0 ]; then
+    asan=${TIDESHELL_ASAN_BUILD_DIR:-$root/build-asan}
+    cmake -S "$root" -B "$asan" -DTIDESHELL_BUILD_TESTS=ON -DTIDESHELL_SANITIZE=ON \
+        "${launcher[@]}" >/dev/null
+    cmake --build "$asan" -j"$(nproc)"
+    # Every process a test starts (the shell, the clients) inherits these. Leaks are only
+    # forgiven inside the third-party libraries listed in lsan.supp.
+    export ASAN_OPTIONS=halt_on_error=1:detect_leaks=1:detect_stack_use_after_return=0:check_initialization_order=1
+    export UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
+    export LSAN_OPTIONS=suppressions=$root/scripts/lsan.supp:print_suppressions=0
+    (cd "$asan" && ctest --output-on-failure -j2 --timeout 600 "$@")
+    unset ASAN_OPTIONS UBSAN_OPTIONS LSAN_OPTIONS
+fi
+
+seconds=${FUZZ_SECONDS:-10}
+if [ "$seconds" != 0 ]; then
+    bash "$root/scripts/fuzz.sh" "$seconds"
+fi
