@@ -6,6 +6,7 @@
 #include <QApplication>
 #include <QButtonGroup>
 #include <QKeyEvent>
+#include <QMetaMethod>
 #include <QMouseEvent>
 #include <QWindow>
 
@@ -166,6 +167,10 @@ void QwsKeyBoardWidget::emitKeyEvent(int key, QString text, bool pressed)
     // Only plain ASCII travels as event text; captions such as "ESC" or "←" are identified by
     // their key code alone.
     const bool ascii = text.size() == 1 && text.at(0).unicode() < 128;
+    // The receiver owns the event; with nobody listening, making one would only leak it.
+    static const QMetaMethod signal = QMetaMethod::fromSignal(&QwsKeyBoardWidget::newKeyEvent);
+    if (!isSignalConnected(signal))
+        return;
     emit newKeyEvent(new QKeyEvent(pressed ? QEvent::KeyPress : QEvent::KeyRelease, key,
                                    Qt::NoModifier, ascii ? text : QString(), false, 1));
 }

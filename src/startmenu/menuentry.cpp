@@ -1,6 +1,7 @@
 #include "menuentry.h"
 
 #include <QDir>
+#include <QFile>
 #include <QSettings>
 
 Q_LOGGING_CATEGORY(lcStartMenu, "tide.startmenu", QtWarningMsg)
@@ -12,6 +13,14 @@ QString MenuEntry::actionData() const
 
 std::optional<MenuEntry> readMenuEntry(const QString &fileName)
 {
+    // QSettings turns "@Variant(...)" values into objects from a binary stream; a few bytes of
+    // such a value can ask for gigabytes. Entry files hold text, so such a file is no entry.
+    QFile file(fileName);
+    if (file.open(QIODevice::ReadOnly) && file.readAll().contains("@Variant(")) {
+        qCDebug(lcStartMenu) << "entry" << fileName << "skipped, serialised value";
+        return std::nullopt;
+    }
+
     // Qt 6 reads INI files as UTF-8, which is what the entry files are written in.
     const QSettings settings(fileName, QSettings::IniFormat);
     for (const char *key : {"Name", "Path", "Dir", "Icon"}) {

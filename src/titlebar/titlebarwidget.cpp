@@ -102,6 +102,11 @@ TitleBarWidget::~TitleBarWidget()
     delete m_ctrlPort;
     delete m_clockTimer;
     delete ui;
+    // The keyboard (a window of its own, no parent) and the menu's style live exactly as
+    // long as the bar. The menu goes before the style it paints with.
+    delete m_sysMenu;
+    delete m_iconStyle;
+    delete m_keyboard;
 }
 
 void TitleBarWidget::onTimeOut()

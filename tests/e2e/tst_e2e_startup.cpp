@@ -126,7 +126,7 @@ void TestStartup::detachesUnlessFirstArgumentIsF()
     QVERIFY(serverFd >= 0);
     ::kill(pid_t(server), SIGTERM);
     pollfd ended = {serverFd, POLLIN, 0};
-    QCOMPARE(poll(&ended, 1, 15000), 1);
+    QCOMPARE(poll(&ended, 1, 20000), 1);
     ::close(serverFd);
     if (detaches)
         QCOMPARE(waitpid(pid_t(server), nullptr, WNOHANG), pid_t(server));
