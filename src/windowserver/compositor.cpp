@@ -63,12 +63,15 @@ void Compositor::listen()
     // Extensions made with the compositor as their container initialise themselves once the
     // event loop runs; the decoration manager has no such constructor and is started below.
     m_xdgShell = new QWaylandXdgShell(m_compositor);
+    m_xdgShell->setParent(m_compositor);
     auto *decorations = new QWaylandXdgDecorationManagerV1;
     decorations->setParent(m_compositor);
     // Clients on a device shell draw no frames of their own: their windows are the content.
     decorations->setPreferredMode(QWaylandXdgToplevel::ServerSideDecoration);
     // One text-input protocol only: offering a second one made Qt clients hang at start.
-    new QWaylandTextInputManager(m_compositor);
+    // An extension's container is not its QObject parent: each one is given that as well, so
+    // that the compositor takes them along when it goes.
+    (new QWaylandTextInputManager(m_compositor))->setParent(m_compositor);
 
     m_output = new QWaylandQuickOutput(m_compositor, m_view);
     m_output->setSizeFollowsWindow(true);

@@ -1,10 +1,15 @@
 #pragma once
 
+#include <functional>
+
 class QWaylandCompositor;
+class QWaylandXdgSurface;
 
 // Requests that QtWaylandCompositor takes on trust although the protocol forbids them. Each
 // one is answered with the protocol error the specification of the request names, which
 // disconnects the client before the request can do harm.
 namespace ProtocolGuard {
 void install(QWaylandCompositor *compositor);
-}
+// Tells whether an xdg surface's toplevel or popup still exists.
+void setRoleCheck(std::function<bool(QWaylandXdgSurface *)> hasRole);
+} // namespace ProtocolGuard

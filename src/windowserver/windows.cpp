@@ -2,6 +2,7 @@
 
 #include "compositor.h"
 #include "frames.h"
+#include "protocolguard.h"
 
 #include <QGuiApplication>
 #include <QLoggingCategory>
@@ -76,6 +77,7 @@ WindowManager::WindowManager(Compositor *compositor, QObject *parent)
 
 WindowManager::~WindowManager()
 {
+    ProtocolGuard::setRoleCheck(nullptr);
     // Items refer to surfaces owned by the compositor: they must go first.
     for (WindowEntry *entry : std::as_const(m_windows)) {
         delete entry->item;
@@ -94,6 +96,17 @@ void WindowManager::attach()
                 handleKeyboardFocusChanged(newFocus);
             });
     m_compositor->output()->setAvailableGeometry(m_maxRect);
+    ProtocolGuard::setRoleCheck([this](QWaylandXdgSurface *xdgSurface) {
+        for (const WindowEntry *entry : std::as_const(m_windows)) {
+            if (entry->xdgSurface == xdgSurface && entry->toplevel)
+                return true;
+        }
+        for (const OpenPopup &open : std::as_const(m_popups)) {
+            if (open.popup && open.popup->xdgSurface() == xdgSurface)
+                return true;
+        }
+        return false;
+    });
 }
 
 void WindowManager::handleToplevelCreated(QWaylandXdgToplevel *toplevel,
