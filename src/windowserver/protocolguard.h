@@ -10,6 +10,6 @@ class QWaylandXdgSurface;
 // disconnects the client before the request can do harm.
 namespace ProtocolGuard {
 void install(QWaylandCompositor *compositor);
-// Tells whether an xdg surface's toplevel or popup still exists.
+// Tells whether an xdg surface's role object (a toplevel) still exists.
 void setRoleCheck(std::function<bool(QWaylandXdgSurface *)> hasRole);
 } // namespace ProtocolGuard

@@ -101,10 +101,7 @@ void WindowManager::attach()
             if (entry->xdgSurface == xdgSurface && entry->toplevel)
                 return true;
         }
-        for (const OpenPopup &open : std::as_const(m_popups)) {
-            if (open.popup && open.popup->xdgSurface() == xdgSurface)
-                return true;
-        }
+        // A popup's object outlives its protocol object here, so popups are left out.
         return false;
     });
 }
