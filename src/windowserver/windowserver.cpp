@@ -1,6 +1,7 @@
 #include "windowserver.h"
 
 #include "compositor.h"
+#include "framebufferwindows.h"
 #include "input.h"
 #include "shmguard.h"
 #include "windows.h"
@@ -43,6 +44,7 @@ WindowServer::WindowServer(QObject *parent)
     s_instance = this;
     ensureRuntimeDir();
     connect(&d->windows, &WindowManager::windowEvent, this, &WindowServer::windowEvent);
+    FramebufferWindows::installIfNeeded(this);
     // Clients are served from the first turn of the event loop, once the shell has built
     // what they and the scripts driving it rely on (the bar, its control port).
     QMetaObject::invokeMethod(this, &WindowServer::listen, Qt::QueuedConnection);

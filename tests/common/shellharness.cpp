@@ -2,6 +2,7 @@
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
+#include <QTcpServer>
 #include <QTest>
 #include <QUdpSocket>
 
@@ -33,6 +34,13 @@ quint16 freeUdpPort()
     QUdpSocket probe;
     probe.bind(QHostAddress::LocalHost, 0);
     return probe.localPort();
+}
+
+quint16 freeTcpPort()
+{
+    QTcpServer probe;
+    probe.listen(QHostAddress::LocalHost, 0);
+    return probe.serverPort();
 }
 
 bool socketAccepts(const QString &path)
@@ -191,7 +199,15 @@ bool ShellHarness::start(const QStringList &extraArgs, const QProcessEnvironment
     }
     // The control port is bound by the bar, which is built after the compositor listens.
     return m_shell->waitForLine(QRegularExpression("server window Show TitleBarWidget")).hasMatch();
-    return true;
+}
+
+bool ShellHarness::startOnVnc(const QProcessEnvironment &extraEnv)
+{
+    m_vncPort = freeTcpPort();
+    QProcessEnvironment env = extraEnv;
+    env.insert("QT_QPA_PLATFORM", QStringLiteral("vnc:size=800x480:port=%1").arg(m_vncPort));
+    env.insert("QT_QPA_FB_HIDECURSOR", "1"); // no pointer drawn over the pixels a test reads
+    return start({}, env);
 }
 
 LineProcess *ShellHarness::startClient(const QString &program, const QStringList &args)

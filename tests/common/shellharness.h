@@ -58,6 +58,10 @@ public:
 
     // Starts the shell with "-f" and waits until clients can connect.
     bool start(const QStringList &extraArgs = {}, const QProcessEnvironment &extraEnv = {});
+    // Starts it on the vnc platform at 800 x 480, where Qt composes every window into one
+    // screen image as on the device's framebuffer; vncPort() serves that image.
+    bool startOnVnc(const QProcessEnvironment &extraEnv = {});
+    quint16 vncPort() const { return m_vncPort; }
     LineProcess &shell() { return *m_shell; }
 
     LineProcess *startClient(const QString &program, const QStringList &args = {});
@@ -81,12 +85,15 @@ private:
     QTemporaryDir m_runtime;
     QString m_socketName;
     quint16 m_port = 0;
+    quint16 m_vncPort = 0;
     std::unique_ptr<LineProcess> m_shell;
     QList<LineProcess *> m_clients;
 };
 
 // A UDP port that nobody uses at the moment.
 quint16 freeUdpPort();
+// A TCP port that nobody listens on at the moment.
+quint16 freeTcpPort();
 // True when a server accepts connections on this Unix socket path.
 bool socketAccepts(const QString &path);
 // The pid of the process listening on this Unix socket, or 0.
