@@ -16,6 +16,8 @@
 #include <QMenu>
 #include <QMessageBox>
 #include <QNetworkInterface>
+#include <QPaintEvent>
+#include <QPainter>
 #include <QProcess>
 #include <QScreen>
 #include <QTimer>
@@ -60,8 +62,14 @@ TitleBarWidget::TitleBarWidget(QWidget *parent) : QWidget(parent), ui(new Ui::Ti
     m_keyboard = new QwsKeyBoardWidget(nullptr);
 
     // The bar follows every window event but keeps no list of client windows.
-    if (WindowServer *server = WindowServer::instance())
+    if (WindowServer *server = WindowServer::instance()) {
         connect(server, &WindowServer::windowEvent, this, &TitleBarWidget::onWindowEvent);
+        // What lies under the translucent bar may have changed.
+        connect(server, &WindowServer::windowEvent, this, [this] {
+            if (isVisible())
+                update();
+        });
+    }
 
     ui->setupUi(this);
     setFocusPolicy(Qt::NoFocus);
@@ -78,7 +86,6 @@ TitleBarWidget::TitleBarWidget(QWidget *parent) : QWidget(parent), ui(new Ui::Ti
     QPalette pal = palette();
     pal.setBrush(QPalette::All, QPalette::Window, QColor(255, 255, 255, 128));
     setPalette(pal);
-    setAutoFillBackground(true);
 
     // Tapping the bar must never take the keyboard focus from the client being typed into.
     setWindowFlags(Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint | Qt::CustomizeWindowHint |
@@ -110,6 +117,18 @@ TitleBarWidget::~TitleBarWidget()
     delete m_ctrlSocket;
     delete m_clockTimer;
     delete ui;
+}
+
+// The background is translucent over the desktop. Qt's framebuffer platforms copy each window
+// to the screen as it is, and X without a compositing manager does the same, so the bar lays
+// its colour over the desktop itself rather than leaving the mixing to the platform.
+void TitleBarWidget::paintEvent(QPaintEvent *event)
+{
+    QPainter painter(this);
+    painter.setClipRegion(event->region());
+    if (WindowServer *server = WindowServer::instance())
+        painter.drawImage(0, 0, server->desktopImage(geometry()));
+    painter.fillRect(rect(), palette().brush(QPalette::Window));
 }
 
 void TitleBarWidget::onTimeOut()

@@ -60,6 +60,9 @@ protected slots:
 private slots:
     void on_sysStartBtn_clicked(bool checked);
 
+protected:
+    void paintEvent(QPaintEvent *event) override;
+
 private:
     // A label added over the control port and where its clicks are reported.
     struct LabelEntry

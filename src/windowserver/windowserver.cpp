@@ -137,6 +137,21 @@ void WindowServer::setDesktopColor(const QColor &color)
     d->compositor.view()->setColor(color);
 }
 
+QImage WindowServer::desktopImage(const QRect &rect) const
+{
+    QQuickWindow *view = d->compositor.view();
+    // Rendering the scene costs a frame; the bare desktop needs none.
+    if (d->windows.shownRegion().intersects(rect)) {
+        const QImage scene = view->grabWindow();
+        if (!scene.isNull())
+            return scene.copy(rect.translated(-view->geometry().topLeft()))
+                .convertToFormat(QImage::Format_RGB32);
+    }
+    QImage image(rect.size(), QImage::Format_RGB32);
+    image.fill(view->color());
+    return image;
+}
+
 void WindowServer::showDesktop()
 {
     QQuickWindow *view = d->compositor.view();
