@@ -74,6 +74,10 @@ TitleBarWidget::TitleBarWidget(QWidget *parent) : QWidget(parent), ui(new Ui::Ti
     ui->setupUi(this);
     setFocusPolicy(Qt::NoFocus);
     ui->sftKbd->setFixedSize(48, 48);
+    // The start button takes the bar's whole height, so that its top edge, on which the
+    // system menu opens, is the bar's top edge and the open menu leaves the bar uncovered.
+    ui->sysStartBtn->setSizePolicy(ui->sysStartBtn->sizePolicy().horizontalPolicy(),
+                                   QSizePolicy::Preferred);
 
     m_keyboard->hide();
     connect(m_keyboard, &QwsKeyBoardWidget::newKeyEvent, this, &TitleBarWidget::onSftKbdKeyPressed);
@@ -179,10 +183,27 @@ void TitleBarWidget::showTitleBar()
         server->setMaxWindowRect(clientAreaRect(screen, position));
     show();
 
-    // The menu opens with its lower edge on the start button's top edge; for a bar at the
-    // top the menu's own placement keeps it on the screen.
+    // For a bar at the top the menu's own placement keeps it on the screen.
+    m_menuPos = menuPosition();
+}
+
+QPoint TitleBarWidget::menuPosition() const
+{
     const int menuHeight = m_sysMenu ? m_sysMenu->height() : 0;
-    m_menuPos = QPoint(bar.x() + ui->sysStartBtn->x(), bar.y() + ui->sysStartBtn->y() - menuHeight);
+    return QPoint(x() + ui->sysStartBtn->x(), y() + ui->sysStartBtn->y() - menuHeight);
+}
+
+bool TitleBarWidget::eventFilter(QObject *watched, QEvent *event)
+{
+    // The menu's height is known for sure only once it is shown (styles and fonts settle
+    // then); from then on the menu opens where its real height puts it, this time included.
+    if (watched == m_sysMenu && event->type() == QEvent::Show) {
+        const QPoint assumed = m_menuPos;
+        m_menuPos = menuPosition();
+        if (m_sysMenu->pos() == assumed && m_menuPos != assumed)
+            m_sysMenu->move(m_menuPos);
+    }
+    return QWidget::eventFilter(watched, event);
 }
 
 void TitleBarWidget::hideTitleBar()
@@ -438,6 +459,7 @@ void TitleBarWidget::buildSystemMenu()
     m_startMenu->loadStartMenu();
 
     connect(m_sysMenu, &QMenu::aboutToHide, this, &TitleBarWidget::onSysMenuHidden);
+    m_sysMenu->installEventFilter(this);
 
     // The captions are fixed Chinese texts, not translations.
     m_programMenu = m_startMenu->programMenu();

@@ -62,6 +62,7 @@ private slots:
 
 protected:
     void paintEvent(QPaintEvent *event) override;
+    bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
     // A label added over the control port and where its clicks are reported.
@@ -73,6 +74,8 @@ private:
     };
 
     void refreshDate();
+    // Where the system menu opens: its lower edge on the start button's top edge.
+    QPoint menuPosition() const;
     void buildSystemMenu();
     void runControlCommand(const QByteArray &datagram, const QHostAddress &sender,
                            quint16 senderPort);

@@ -153,6 +153,14 @@ void TestScreen::menuOnScreenAroundRunDialog()
     const QRect menu = openMenu(m_shell);
     QVERIFY(menu.isValid());
     QVERIFY2(covered(menu), "the menu is not on the screen");
+    // Its lower edge sits on the bar's top edge: the bar's first rows stay the bar's.
+    const QPoint barTop(menu.right() - 10, 432);
+    const QColor bar = blend(QColor(255, 255, 255, 128), desktop);
+    QVERIFY2(near(waitForScreen([&](const QImage &s) {
+                      return near(s.pixelColor(barTop), bar);
+                  }).pixelColor(barTop),
+                  bar),
+             "the menu covers the bar");
     m_shell.tap(27, Qt::Key_Escape);
 
     const QRegularExpression dialogShown = serverWindow("Show", "SysRunDialogWindow");
