@@ -80,6 +80,7 @@ TitleBarWidget::TitleBarWidget(QWidget *parent) : QWidget(parent), ui(new Ui::Ti
                                    QSizePolicy::Preferred);
 
     m_keyboard->hide();
+    m_keyboard->installEventFilter(this);
     connect(m_keyboard, &QwsKeyBoardWidget::newKeyEvent, this, &TitleBarWidget::onSftKbdKeyPressed);
     connect(m_keyboard, &QwsKeyBoardWidget::newString, this, &TitleBarWidget::onSftKbdNewString);
 
@@ -185,6 +186,7 @@ void TitleBarWidget::showTitleBar()
 
     // For a bar at the top the menu's own placement keeps it on the screen.
     m_menuPos = menuPosition();
+    keepKeyboardOffBar();
 }
 
 QPoint TitleBarWidget::menuPosition() const
@@ -203,7 +205,26 @@ bool TitleBarWidget::eventFilter(QObject *watched, QEvent *event)
         if (m_sysMenu->pos() == assumed && m_menuPos != assumed)
             m_sysMenu->move(m_menuPos);
     }
+    if (watched == m_keyboard && event->type() == QEvent::Show)
+        keepKeyboardOffBar();
     return QWidget::eventFilter(watched, event);
+}
+
+// The keyboard floats where the user dragged it, but never over the bar: one that would
+// cover it is put against the bar's inner edge instead.
+void TitleBarWidget::keepKeyboardOffBar()
+{
+    if (!isVisible() || !m_keyboard->isVisible())
+        return;
+    QRect keyboard = m_keyboard->frameGeometry();
+    if (!keyboard.intersects(geometry()))
+        return;
+    const QRect area = clientAreaRect(QGuiApplication::primaryScreen()->size(), position);
+    if (position == TitleBarTop)
+        keyboard.moveTop(area.top());
+    else
+        keyboard.moveBottom(area.bottom());
+    m_keyboard->move(keyboard.topLeft());
 }
 
 void TitleBarWidget::hideTitleBar()

@@ -76,6 +76,7 @@ private:
     void refreshDate();
     // Where the system menu opens: its lower edge on the start button's top edge.
     QPoint menuPosition() const;
+    void keepKeyboardOffBar();
     void buildSystemMenu();
     void runControlCommand(const QByteArray &datagram, const QHostAddress &sender,
                            quint16 senderPort);

@@ -61,6 +61,7 @@ private slots:
     void barBlendsWithDesktop_data();
     void barBlendsWithDesktop();
     void menuOnScreenAroundRunDialog();
+    void keyboardLeavesTopBarUncovered();
 
 private:
     // Grabs the screen until `ready` holds for it or the time is up; returns the last grab.
@@ -182,6 +183,25 @@ void TestScreen::menuOnScreenAroundRunDialog()
     QVERIFY2(covered(waitForNext(m_shell.shell(), dialogShown, dialogsNow)),
              "the run dialog is not on the screen the second time");
     m_shell.tap(27, Qt::Key_Escape);
+}
+
+void TestScreen::keyboardLeavesTopBarUncovered()
+{
+    const QRegularExpression shown = serverWindow("Show", "QwsKeyBoardWidgetWindow");
+    const int before = m_shell.shell().countLines(shown);
+    m_shell.send("ttop");
+    m_shell.send("kbdhide");
+    m_shell.send("kbdshow 0");
+    QVERIFY(waitForNext(m_shell.shell(), shown, before).isValid());
+    // The keyboard opens at the screen's corner unless it is kept off the bar.
+    const QPoint barPoint(240, 10);
+    const QColor bar = blend(QColor(255, 255, 255, 128), desktop);
+    const QImage screen =
+        waitForScreen([&](const QImage &s) { return near(s.pixelColor(barPoint), bar); });
+    QVERIFY2(near(screen.pixelColor(barPoint), bar), "the keyboard covers the bar");
+    QVERIFY2(!near(screen.pixelColor(240, 100), desktop), "the keyboard is not under the bar");
+    m_shell.send("kbdhide");
+    m_shell.send("tbottom");
 }
 
 QTEST_GUILESS_MAIN(TestScreen)
