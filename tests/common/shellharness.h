@@ -56,11 +56,13 @@ public:
     QProcessEnvironment shellEnvironment() const;
     QProcessEnvironment clientEnvironment() const;
 
-    // Starts the shell with "-f" and waits until clients can connect.
-    bool start(const QStringList &extraArgs = {}, const QProcessEnvironment &extraEnv = {});
+    // Starts the shell with "-f" and waits until clients can connect and, unless told not
+    // to, until the bar has been built.
+    bool start(const QStringList &extraArgs = {}, const QProcessEnvironment &extraEnv = {},
+               bool waitForBar = true);
     // Starts it on the vnc platform at 800 x 480, where Qt composes every window into one
     // screen image as on the device's framebuffer; vncPort() serves that image.
-    bool startOnVnc(const QProcessEnvironment &extraEnv = {});
+    bool startOnVnc(const QProcessEnvironment &extraEnv = {}, bool waitForBar = true);
     quint16 vncPort() const { return m_vncPort; }
     LineProcess &shell() { return *m_shell; }
 

@@ -97,7 +97,7 @@ void TestScreen::datagramRightAfterSocket()
 {
     // A script that waits for the socket and then sends at once must find the bar listening.
     ShellHarness fresh;
-    QVERIFY(fresh.startOnVnc());
+    QVERIFY(fresh.startOnVnc({}, false));
     fresh.send("topen");
     RfbClient vnc;
     QVERIFY(vnc.connectTo(fresh.vncPort()));
