@@ -8,6 +8,10 @@
 #include <QKeyEvent>
 #include <QMetaMethod>
 #include <QMouseEvent>
+#include <QProxyStyle>
+#include <QStyleOption>
+#include <QPushButton>
+#include <QStyle>
 #include <QWindow>
 
 namespace {
@@ -101,6 +105,24 @@ bool isLetterKey(int key)
 }
 
 const QChar Apostrophe = QLatin1Char('\'');
+const QString Ampersand = QStringLiteral("&");
+const QString Ampersands = QStringLiteral("&&");
+// Captions are never drawn smaller than this.
+constexpr int MinCaptionPixels = 9;
+constexpr int KeyCapMargin = 1;
+
+// Push buttons whose caption may use the whole cap but a pixel on each side.
+class KeyCapStyle : public QProxyStyle
+{
+public:
+    QRect subElementRect(SubElement element, const QStyleOption *option,
+                         const QWidget *widget) const override
+    {
+        if (element == SE_PushButtonContents)
+            return option->rect.adjusted(KeyCapMargin, KeyCapMargin, -KeyCapMargin, -KeyCapMargin);
+        return QProxyStyle::subElementRect(element, option, widget);
+    }
+};
 const QString BackspaceMarker = QString(QChar(0x0008));
 
 } // namespace
@@ -109,6 +131,13 @@ QwsKeyBoardWidget::QwsKeyBoardWidget(QWidget *parent)
     : QWidget(parent), ui(new Ui::QwsKeyBoardWidget)
 {
     ui->setupUi(this);
+    // The font the device ships, narrow enough for its Latin captions as well; where it is
+    // missing the usual fallback applies.
+    QFont capFont = font();
+    capFont.setFamilies({QStringLiteral("WenQuanYi Micro Hei")});
+    setFont(capFont);
+    keyCapStyle = new KeyCapStyle;
+    keyCapStyle->setParent(this);
     // The keyboard must never take the focus from the client being typed into: it is neither
     // activated when shown nor focusable by the window system.
     setWindowFlags(Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
@@ -156,10 +185,40 @@ void QwsKeyBoardWidget::updateUI()
     for (int row = 0; row < Rows; ++row) {
         for (int column = 0; column < Columns; ++column) {
             const KeyDef &def = keyDefs()[row][column];
+            // "&" alone would be taken for a shortcut mark and show nothing.
             if (keyButtons[row][column])
-                keyButtons[row][column]->setText(shifted ? def.shiftText : def.text);
+                keyButtons[row][column]->setText(
+                    QString(shifted ? def.shiftText : def.text).replace(Ampersand, Ampersands));
         }
     }
+    fitCaptions();
+}
+
+// The keys are 32 x 28 pixels; captions such as "Home" or "PageDown" are wider than that in
+// the device's font at its normal size. The key caps keep only a pixel of margin, and each
+// button whose caption still does not fit gets the largest smaller font in which it does, so
+// every caption stays whole.
+void QwsKeyBoardWidget::fitCaptions()
+{
+    const QList<QPushButton *> buttons = findChildren<QPushButton *>();
+    for (QPushButton *button : buttons) {
+        if (button->style() != keyCapStyle)
+            button->setStyle(keyCapStyle);
+        QFont font = this->font();
+        const QString caption = QString(button->text()).replace(Ampersands, Ampersand);
+        const int room = button->width() - 2 * KeyCapMargin - 2;
+        int pixels = QFontInfo(font).pixelSize();
+        while (pixels > MinCaptionPixels && QFontMetrics(font).horizontalAdvance(caption) > room)
+            font.setPixelSize(--pixels);
+        if (button->font() != font)
+            button->setFont(font);
+    }
+}
+
+void QwsKeyBoardWidget::resizeEvent(QResizeEvent *event)
+{
+    QWidget::resizeEvent(event);
+    fitCaptions();
 }
 
 void QwsKeyBoardWidget::emitKeyEvent(int key, QString text, bool pressed)

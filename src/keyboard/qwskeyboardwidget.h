@@ -10,6 +10,7 @@
 class QButtonGroup;
 class QKeyEvent;
 class QPushButton;
+class QStyle;
 
 namespace Ui {
 class QwsKeyBoardWidget;
@@ -51,15 +52,18 @@ protected:
     void mousePressEvent(QMouseEvent *e) override;
     void mouseReleaseEvent(QMouseEvent *e) override;
     void mouseMoveEvent(QMouseEvent *e) override;
+    void resizeEvent(QResizeEvent *event) override;
 
 private:
     // English mode sends the key straight on (Shift only refreshes the captions). Returns true
     // when the pinyin rules are to decide instead.
     bool handleUncomposedKey(int key, const QString &text, bool pressed);
+    void fitCaptions();
 
     Ui::QwsKeyBoardWidget *ui;
     QPushButton *keyButtons[4][15] = {};
     QPushButton *shiftButton = nullptr;
+    QStyle *keyCapStyle = nullptr;
     bool shifted = false;
     QButtonGroup *hzGroup;
     QButtonGroup *keyGroup;

@@ -18,6 +18,8 @@
 #include <QMenu>
 #include <QMessageBox>
 #include <QNetworkInterface>
+#include <QPaintEvent>
+#include <QPainter>
 #include <QProcess>
 #include <QScreen>
 #include <QTimer>
@@ -59,14 +61,25 @@ TitleBarWidget::TitleBarWidget(const ShellSettings &settings, QWidget *parent)
     m_keyboard = new QwsKeyBoardWidget(nullptr);
 
     // The bar follows every window event but keeps no list of client windows.
-    if (WindowServer *server = WindowServer::instance())
+    if (WindowServer *server = WindowServer::instance()) {
         connect(server, &WindowServer::windowEvent, this, &TitleBarWidget::onWindowEvent);
+        // What lies under the translucent bar may have changed.
+        connect(server, &WindowServer::windowEvent, this, [this] {
+            if (isVisible())
+                update();
+        });
+    }
 
     ui->setupUi(this);
     setFocusPolicy(Qt::NoFocus);
     ui->sftKbd->setFixedSize(48, 48);
+    // The start button takes the bar's whole height, so that its top edge, on which the
+    // system menu opens, is the bar's top edge and the open menu leaves the bar uncovered.
+    ui->sysStartBtn->setSizePolicy(ui->sysStartBtn->sizePolicy().horizontalPolicy(),
+                                   QSizePolicy::Preferred);
 
     m_keyboard->hide();
+    m_keyboard->installEventFilter(this);
     connect(m_keyboard, &QwsKeyBoardWidget::newKeyEvent, this, &TitleBarWidget::onSftKbdKeyPressed);
     connect(m_keyboard, &QwsKeyBoardWidget::newString, this, &TitleBarWidget::onSftKbdNewString);
 
@@ -77,7 +90,6 @@ TitleBarWidget::TitleBarWidget(const ShellSettings &settings, QWidget *parent)
     QPalette pal = palette();
     pal.setBrush(QPalette::All, QPalette::Window, QColor(255, 255, 255, 128));
     setPalette(pal);
-    setAutoFillBackground(true);
 
     // Tapping the bar must never take the keyboard focus from the client being typed into.
     setWindowFlags(Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint | Qt::CustomizeWindowHint |
@@ -107,6 +119,18 @@ TitleBarWidget::~TitleBarWidget()
     delete m_sysMenu;
     delete m_iconStyle;
     delete m_keyboard;
+}
+
+// The background is translucent over the desktop. Qt's framebuffer platforms copy each window
+// to the screen as it is, and X without a compositing manager does the same, so the bar lays
+// its colour over the desktop itself rather than leaving the mixing to the platform.
+void TitleBarWidget::paintEvent(QPaintEvent *event)
+{
+    QPainter painter(this);
+    painter.setClipRegion(event->region());
+    if (WindowServer *server = WindowServer::instance())
+        painter.drawImage(0, 0, server->desktopImage(geometry()));
+    painter.fillRect(rect(), palette().brush(QPalette::Window));
 }
 
 void TitleBarWidget::onTimeOut()
@@ -164,10 +188,47 @@ void TitleBarWidget::placeBar(const QSize &screen)
     setGeometry(bar);
     m_placedPosition = position;
 
-    // The menu opens with its lower edge on the start button's top edge; for a bar at the
-    // top the menu's own placement keeps it on the screen.
+    // For a bar at the top the menu's own placement keeps it on the screen.
+    m_menuPos = menuPosition();
+    keepKeyboardOffBar();
+}
+
+QPoint TitleBarWidget::menuPosition() const
+{
     const int menuHeight = m_sysMenu ? m_sysMenu->height() : 0;
-    m_menuPos = QPoint(bar.x() + ui->sysStartBtn->x(), bar.y() + ui->sysStartBtn->y() - menuHeight);
+    return QPoint(x() + ui->sysStartBtn->x(), y() + ui->sysStartBtn->y() - menuHeight);
+}
+
+bool TitleBarWidget::eventFilter(QObject *watched, QEvent *event)
+{
+    // The menu's height is known for sure only once it is shown (styles and fonts settle
+    // then); from then on the menu opens where its real height puts it, this time included.
+    if (watched == m_sysMenu && event->type() == QEvent::Show) {
+        const QPoint assumed = m_menuPos;
+        m_menuPos = menuPosition();
+        if (m_sysMenu->pos() == assumed && m_menuPos != assumed)
+            m_sysMenu->move(m_menuPos);
+    }
+    if (watched == m_keyboard && event->type() == QEvent::Show)
+        keepKeyboardOffBar();
+    return QWidget::eventFilter(watched, event);
+}
+
+// The keyboard floats where the user dragged it, but never over the bar: one that would
+// cover it is put against the bar's inner edge instead.
+void TitleBarWidget::keepKeyboardOffBar()
+{
+    if (!isVisible() || !m_keyboard->isVisible())
+        return;
+    QRect keyboard = m_keyboard->frameGeometry();
+    if (!keyboard.intersects(geometry()))
+        return;
+    const QRect area = clientAreaRect(QGuiApplication::primaryScreen()->size(), position);
+    if (position == TitleBarTop)
+        keyboard.moveTop(area.top());
+    else
+        keyboard.moveBottom(area.bottom());
+    m_keyboard->move(keyboard.topLeft());
 }
 
 void TitleBarWidget::hideTitleBar()
@@ -468,6 +529,7 @@ void TitleBarWidget::buildSystemMenu(const QString &root)
     m_startMenu->loadStartMenu();
 
     connect(m_sysMenu, &QMenu::aboutToHide, this, &TitleBarWidget::onSysMenuHidden);
+    m_sysMenu->installEventFilter(this);
 
     // The captions are fixed Chinese texts, not translations.
     m_programMenu = m_startMenu->programMenu();

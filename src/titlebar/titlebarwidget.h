@@ -69,6 +69,10 @@ protected slots:
 private slots:
     void on_sysStartBtn_clicked(bool checked);
 
+protected:
+    void paintEvent(QPaintEvent *event) override;
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
 private:
     // A label added over the control port and where its clicks are reported.
     struct LabelEntry
@@ -85,6 +89,9 @@ private:
     void requestBar(bool shown);
     void schedulePendingBarChanges();
     void applyPendingBarChanges();
+    // Where the system menu opens: its lower edge on the start button's top edge.
+    QPoint menuPosition() const;
+    void keepKeyboardOffBar();
     void addLabel(const QString &name, const QString &text, const QHostAddress &sender,
                   quint16 senderPort);
     void deleteLabel(const QString &name);

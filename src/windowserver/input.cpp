@@ -122,8 +122,14 @@ void InputRouter::handleFocusWindowChanged(QWindow *window)
         [this] {
             QWindowSystemInterface::flushWindowSystemEvents();
             QWindow *now = QGuiApplication::focusWindow();
-            if (now && now->flags().testFlag(Qt::WindowDoesNotAcceptFocus) && m_lastFocusWindow)
-                m_lastFocusWindow->requestActivate();
+            if (!now || !now->flags().testFlag(Qt::WindowDoesNotAcceptFocus))
+                return;
+            // A window closed meanwhile (the run dialog) cannot take keys; the desktop view,
+            // and through it the client, can.
+            QWindow *back = m_lastFocusWindow && m_lastFocusWindow->isVisible()
+                                ? m_lastFocusWindow.data()
+                                : m_compositor->view();
+            back->requestActivate();
         },
         Qt::QueuedConnection);
 }

@@ -418,6 +418,19 @@ WindowEntry *WindowManager::entryFor(QWaylandSurface *surface) const
     return nullptr;
 }
 
+QRegion WindowManager::shownRegion() const
+{
+    QRegion region;
+    for (const WindowEntry *entry : m_windows) {
+        if (!entry->window->isVisible() || !entry->item)
+            continue;
+        QQuickItem *item = entry->item;
+        region +=
+            item->mapRectToScene(item->boundingRect().united(item->childrenRect())).toAlignedRect();
+    }
+    return region;
+}
+
 QQuickItem *WindowManager::itemFor(QWaylandSurface *surface) const
 {
     const WindowEntry *entry = entryFor(surface);

@@ -7,6 +7,7 @@
 #include <QObject>
 #include <QPointer>
 #include <QRect>
+#include <QRegion>
 
 class Compositor;
 class QPointF;
@@ -36,6 +37,8 @@ public:
     QRect maxWindowRect() const { return m_maxRect; }
     void setMaxWindowRect(const QRect &rect);
 
+    // Where client windows are shown, menus included, in screen coordinates.
+    QRegion shownRegion() const;
     // The item showing a client's toplevel surface, or null.
     QQuickItem *itemFor(QWaylandSurface *surface) const;
     // Closes the clients' open menus that do not contain scenePos, innermost first.

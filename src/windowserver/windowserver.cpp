@@ -1,6 +1,7 @@
 #include "windowserver.h"
 
 #include "compositor.h"
+#include "framebufferwindows.h"
 #include "input.h"
 #include "shmguard.h"
 #include "windows.h"
@@ -43,6 +44,7 @@ WindowServer::WindowServer(QObject *parent)
     s_instance = this;
     ensureRuntimeDir();
     connect(&d->windows, &WindowManager::windowEvent, this, &WindowServer::windowEvent);
+    FramebufferWindows::installIfNeeded(this);
     // Clients are served from the first turn of the event loop, once the shell has built
     // what they and the scripts driving it rely on (the bar, its control port).
     QMetaObject::invokeMethod(this, &WindowServer::listen, Qt::QueuedConnection);
@@ -133,6 +135,21 @@ QProcessEnvironment WindowServer::clientEnvironment() const
 void WindowServer::setDesktopColor(const QColor &color)
 {
     d->compositor.view()->setColor(color);
+}
+
+QImage WindowServer::desktopImage(const QRect &rect) const
+{
+    QQuickWindow *view = d->compositor.view();
+    // Rendering the scene costs a frame; the bare desktop needs none.
+    if (d->windows.shownRegion().intersects(rect)) {
+        const QImage scene = view->grabWindow();
+        if (!scene.isNull())
+            return scene.copy(rect.translated(-view->geometry().topLeft()))
+                .convertToFormat(QImage::Format_RGB32);
+    }
+    QImage image(rect.size(), QImage::Format_RGB32);
+    image.fill(view->color());
+    return image;
 }
 
 void WindowServer::showDesktop()

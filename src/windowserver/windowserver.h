@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QColor>
+#include <QImage>
 #include <QObject>
 #include <QPoint>
 #include <QProcessEnvironment>
@@ -48,6 +49,10 @@ public:
 
     // Desktop background and the view itself.
     void setDesktopColor(const QColor &color);
+    // The desktop as it looks in `rect` (screen coordinates): its colour and whatever client
+    // windows reach into it. The shell's translucent windows paint it under themselves, since
+    // the framebuffer platforms copy each window to the screen without blending it.
+    QImage desktopImage(const QRect &rect) const;
     void showDesktop();
 
     // Maximised client windows are fitted to this rectangle; new windows open inside it.

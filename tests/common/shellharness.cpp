@@ -2,6 +2,7 @@
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
+#include <QTcpServer>
 #include <QTest>
 #include <QUdpSocket>
 
@@ -33,6 +34,13 @@ quint16 freeUdpPort()
     QUdpSocket probe;
     probe.bind(QHostAddress::LocalHost, 0);
     return probe.localPort();
+}
+
+quint16 freeTcpPort()
+{
+    QTcpServer probe;
+    probe.listen(QHostAddress::LocalHost, 0);
+    return probe.serverPort();
 }
 
 bool socketAccepts(const QString &path)
@@ -200,7 +208,8 @@ bool ShellHarness::writeSettings(const QByteArray &ini) const
     return file.open(QIODevice::WriteOnly) && file.write(ini) == ini.size();
 }
 
-bool ShellHarness::start(const QStringList &extraArgs, const QProcessEnvironment &extraEnv)
+bool ShellHarness::start(const QStringList &extraArgs, const QProcessEnvironment &extraEnv,
+                         bool waitForBar)
 {
     m_shell = std::make_unique<LineProcess>(QStringLiteral("tideshell"));
     QProcessEnvironment env = shellEnvironment();
@@ -217,8 +226,18 @@ bool ShellHarness::start(const QStringList &extraArgs, const QProcessEnvironment
             return false;
         QTest::qWait(20);
     }
-    // The control port is bound by the bar, which is built after the compositor listens.
+    if (!waitForBar)
+        return true;
     return m_shell->waitForLine(QRegularExpression("server window Show TitleBarWidget")).hasMatch();
+}
+
+bool ShellHarness::startOnVnc(const QProcessEnvironment &extraEnv, bool waitForBar)
+{
+    m_vncPort = freeTcpPort();
+    QProcessEnvironment env = extraEnv;
+    env.insert("QT_QPA_PLATFORM", QStringLiteral("vnc:size=800x480:port=%1").arg(m_vncPort));
+    env.insert("QT_QPA_FB_HIDECURSOR", "1"); // no pointer drawn over the pixels a test reads
+    return start({}, env, waitForBar);
 }
 
 LineProcess *ShellHarness::startClient(const QString &program, const QStringList &args)

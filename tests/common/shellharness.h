@@ -60,8 +60,14 @@ public:
     QProcessEnvironment shellEnvironment() const;
     QProcessEnvironment clientEnvironment() const;
 
-    // Starts the shell with "-f" and waits until clients can connect.
-    bool start(const QStringList &extraArgs = {}, const QProcessEnvironment &extraEnv = {});
+    // Starts the shell with "-f" and waits until clients can connect and, unless told not
+    // to, until the bar has been built.
+    bool start(const QStringList &extraArgs = {}, const QProcessEnvironment &extraEnv = {},
+               bool waitForBar = true);
+    // Starts it on the vnc platform at 800 x 480, where Qt composes every window into one
+    // screen image as on the device's framebuffer; vncPort() serves that image.
+    bool startOnVnc(const QProcessEnvironment &extraEnv = {}, bool waitForBar = true);
+    quint16 vncPort() const { return m_vncPort; }
     LineProcess &shell() { return *m_shell; }
 
     LineProcess *startClient(const QString &program, const QStringList &args = {});
@@ -85,12 +91,15 @@ private:
     QTemporaryDir m_runtime;
     QString m_socketName;
     quint16 m_port = 0;
+    quint16 m_vncPort = 0;
     std::unique_ptr<LineProcess> m_shell;
     QList<LineProcess *> m_clients;
 };
 
 // A UDP port that nobody uses at the moment.
 quint16 freeUdpPort();
+// A TCP port that nobody listens on at the moment.
+quint16 freeTcpPort();
 // True when a server accepts connections on this Unix socket path.
 bool socketAccepts(const QString &path);
 // The pid of the process listening on this Unix socket, or 0.

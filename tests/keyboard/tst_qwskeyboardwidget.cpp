@@ -7,6 +7,8 @@
 #include <QKeyEvent>
 #include <QLabel>
 #include <QPushButton>
+#include <QStyle>
+#include <QStyleOptionButton>
 #include <QTest>
 
 namespace {
@@ -88,6 +90,7 @@ private slots:
     void keys_data();
     void keys();
     void shiftLatch();
+    void captionsWhole();
     void paging_data();
     void paging();
     void segmentation();
@@ -152,6 +155,29 @@ void TestKeyboard::keys()
     QCOMPARE(h.takeKeys(), events);
     QCOMPARE(h.takeStrings(), strings);
     QCOMPARE(h.preEdit(), preEdit);
+}
+
+void TestKeyboard::captionsWhole()
+{
+    Harness h;
+    h.kb.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&h.kb));
+    for (int shifted = 0; shifted < 2; ++shifted, h.type("⇧")) {
+        const QList<QPushButton *> buttons = h.kb.findChildren<QPushButton *>();
+        for (QPushButton *b : buttons) {
+            const QString caption = QString(b->text()).replace("&&", "&");
+            QStyleOptionButton option;
+            option.initFrom(b);
+            const int room =
+                b->style()->subElementRect(QStyle::SE_PushButtonContents, &option, b).width();
+            QVERIFY2(QFontMetrics(b->font()).horizontalAdvance(caption) <= room,
+                     qPrintable(b->objectName() + " cuts " + caption));
+        }
+    }
+    // "&" is what a button takes for a shortcut mark; the shifted 7 must still show one.
+    h.type("⇧");
+    QVERIFY2(h.key(0, 8)->grab().toImage() != h.key(3, 11)->grab().toImage(),
+             "the shifted 7 looks like the empty key");
 }
 
 void TestKeyboard::shiftLatch()
