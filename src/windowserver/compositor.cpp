@@ -1,6 +1,7 @@
 #include "compositor.h"
 
 #include "protocolguard.h"
+#include "textinputv3.h"
 
 #include <QDir>
 #include <QFile>
@@ -67,8 +68,10 @@ void Compositor::listen()
     decorations->setParent(m_compositor);
     // Clients on a device shell draw no frames of their own: their windows are the content.
     decorations->setPreferredMode(QWaylandXdgToplevel::ServerSideDecoration);
-    // One text-input protocol only: offering a second one made Qt clients hang at start.
+    // Qt clients type through zwp_text_input_v2, GTK and others through v3. Qt's own
+    // qt_text_input_method_v1 stays off: offered beside v2 it made Qt clients hang at start.
     new QWaylandTextInputManager(m_compositor);
+    m_textInputV3 = new TextInputManagerV3(m_compositor);
 
     m_output = new QWaylandQuickOutput(m_compositor, m_view);
     m_output->setSizeFollowsWindow(true);

@@ -55,6 +55,9 @@ private:
     void sendClientKey(int qtKey, const QString &text, Qt::KeyboardModifiers modifiers,
                        bool isPress);
     void commitText(const QString &text);
+    // Binds the keysym to a spare key, switches the seat to the keymap with that binding and
+    // presses and/or releases the key.
+    void sendExtraKeysym(uint keysym, bool press, bool release);
     void handleFocusWindowChanged(QWindow *window);
     QWindow *windowAt(const QPoint &pos) const;
 
