@@ -50,6 +50,13 @@ bool ServerWindowStack::eventFilter(QObject *watched, QEvent *event)
         m_order.removeAll(nullptr);
         m_order.removeAll(w);
         m_order.append(w);
+        // A dialog of the shell takes the keys when it opens. Window managers and most
+        // platforms activate it by themselves; a bare X server leaves the focus where it was,
+        // and keys meant for the dialog would reach the client behind it.
+        const Qt::WindowType kind = w->type();
+        if ((kind == Qt::Window || kind == Qt::Dialog) &&
+            !w->flags().testFlag(Qt::WindowDoesNotAcceptFocus))
+            w->requestActivate();
     }
     const QRect g = w->geometry();
     qCInfo(lcWindowServer).noquote()
@@ -146,6 +153,14 @@ void InputRouter::sendKeyEvent(int unicode, int keycode, Qt::KeyboardModifiers m
     }
     if (!target)
         target = m_compositor->view();
+    // A release goes where its press went, even when the press closed that window (Return
+    // in a dialog): the window that now has the focus never saw the key go down.
+    const int id = keycode ? keycode : unicode;
+    if (isPress) {
+        m_keyTargets.insert(id, target);
+    } else if (QWindow *pressed = m_keyTargets.take(id)) {
+        target = pressed;
+    }
     const char32_t ucs4 = char32_t(unicode);
     const QString text = unicode > 0 ? QString::fromUcs4(&ucs4, 1) : QString();
     QWindowSystemInterface::handleKeyEvent<QWindowSystemInterface::SynchronousDelivery>(

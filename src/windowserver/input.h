@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QHash>
 #include <QList>
 #include <QObject>
 #include <QPointer>
@@ -67,5 +68,6 @@ private:
     ServerWindowStack m_serverStack;
     QPointer<QWindow> m_lastFocusWindow;
     QPointer<QWindow> m_pointerGrab;
+    QHash<int, QPointer<QWindow>> m_keyTargets; // where each key that is down went
     Qt::MouseButtons m_pointerButtons;
 };
