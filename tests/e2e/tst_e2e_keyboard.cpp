@@ -96,6 +96,8 @@ private slots:
     void showAndHide_data();
     void showAndHide();
     void dragMovesKeyboardWithThePointer();
+    void chineseAndF13ReachEveryToolkit_data();
+    void chineseAndF13ReachEveryToolkit();
 
 private:
     // The keyboard's widget of this name, laid out for a keyboard of the given geometry.
@@ -289,6 +291,103 @@ void TestE2eKeyboard::dragMovesKeyboardWithThePointer()
     QVERIFY(client->waitForLine(QStringLiteral("text hi")));
     QCOMPARE(client->countLines(QRegularExpression(QStringLiteral("^text "))), 2);
     QCOMPARE(client->countLines(QRegularExpression(QStringLiteral("^focus out$"))), 0);
+}
+
+enum Report { TextLines, KeyLines };
+
+// What a client has got so far: the text its line edit shows for the test clients, the
+// characters of the keys it was given for weston-eventdemo ("key key: 240, unicode: KEYSYM,
+// state: pressed, ...").
+QString transcript(LineProcess *client, Report report)
+{
+    QString typed;
+    const QRegularExpression line(report == TextLines
+                                      ? QStringLiteral("^text (.*)$")
+                                      : QStringLiteral("unicode: (\\d+), state: pressed"));
+    for (const QString &l : client->lines()) {
+        const QRegularExpressionMatch m = line.match(l);
+        if (!m.hasMatch())
+            continue;
+        if (report == TextLines) {
+            typed = m.captured(1);
+        } else if (const uint sym = m.captured(1).toUInt(); sym > 0x1000000) {
+            const char32_t c = sym - 0x1000000; // the keysyms of Unicode characters
+            typed += QString::fromUcs4(&c, 1);
+        }
+    }
+    return typed;
+}
+
+void TestE2eKeyboard::chineseAndF13ReachEveryToolkit_data()
+{
+    // program: an executable or the variable that names it; way: how the shell hands the
+    // client committed text.
+    QTest::addColumn<QString>("program");
+    QTest::addColumn<QStringList>("args");
+    QTest::addColumn<QString>("env");
+    QTest::addColumn<int>("report");
+    QTest::addColumn<QString>("f13");
+    QTest::addColumn<QString>("way");
+    const QString qtF13 = QStringLiteral("^key press %1 ").arg(Qt::Key_F13);
+    QTest::newRow("Qt 6") << "TIDE_TEST_CLIENT" << QStringList() << QString() << int(TextLines)
+                          << qtF13 << "zwp_text_input_v2";
+    QTest::newRow("Qt 5") << "TIDE_TESTCLIENT_QT5" << QStringList() << QString() << int(TextLines)
+                          << qtF13 << "zwp_text_input_v2";
+    QTest::newRow("GTK 3") << "TIDE_GTKCLIENT" << QStringList() << QString() << int(TextLines)
+                           << "^key 0xffca$"
+                           << "zwp_text_input_v3";
+    QTest::newRow("GTK 3 without input method")
+        << "TIDE_GTKCLIENT" << QStringList() << "GTK_IM_MODULE=gtk-im-context-simple"
+        << int(TextLines) << "^key 0xffca$"
+        << "keymap";
+    QTest::newRow("weston-eventdemo")
+        << "stdbuf" << QStringList{"-oL", "weston-eventdemo", "--log-key", "--log-focus"}
+        << QString() << int(KeyLines) << QStringLiteral("unicode: %1, state: pressed").arg(0xffca)
+        << "keymap";
+}
+
+void TestE2eKeyboard::chineseAndF13ReachEveryToolkit()
+{
+    QFETCH(QString, program);
+    QFETCH(QStringList, args);
+    QFETCH(QString, env);
+    QFETCH(int, report);
+    QFETCH(QString, f13);
+    QFETCH(QString, way);
+    if (program.startsWith(QLatin1String("TIDE_"))) {
+        program = qEnvironmentVariable(program.toLatin1());
+        if (program.isEmpty())
+            QSKIP("this toolkit's development package is not installed");
+    }
+    ShellHarness h;
+    QVERIFY(h.start());
+    QProcessEnvironment extra;
+    if (!env.isEmpty())
+        extra.insert(env.section(QLatin1Char('='), 0, 0), env.section(QLatin1Char('='), 1));
+    const int activeBefore = h.shell().mark();
+    LineProcess *client = h.startClient(program, args, extra);
+    QVERIFY(h.shell()
+                .waitForLine(QRegularExpression("window \\d+ Active"), 10000, activeBefore)
+                .hasMatch());
+    const auto typed = [&] { return transcript(client, Report(report)); };
+
+    // Three different characters in a row, each as a key without a key code; then three more
+    // from pinyin candidates tapped on the soft keyboard.
+    for (char32_t c : {U'中', U'文', U'字'})
+        h.tap(int(c), 0);
+    QTRY_COMPARE_WITH_TIMEOUT(typed(), QStringLiteral("中文字"), 10000);
+    h.send("kbdshow 1");
+    const QRect keyboard = waitForServerWindow(h, "Show", KeyboardWindow, 1);
+    QVERIFY(keyboard.isValid());
+    typeKeys(h, keyboard,
+             {"btn_3_7", "btn_1_9", "hzBtn0", "btn_3_7", "btn_1_9", "hzBtn1", "btn_3_7", "btn_1_9",
+              "hzBtn2"});
+    QTRY_COMPARE_WITH_TIMEOUT(typed(), QStringLiteral("中文字妮尼泥"), 10000);
+    QVERIFY(h.shell().hasLine(QRegularExpression(QStringLiteral("text \"泥\" by ") + way)));
+
+    // A key the keyboard layout lacks.
+    h.tap(0, Qt::Key_F13);
+    QVERIFY(client->waitForLine(QRegularExpression(f13)).hasMatch());
 }
 
 QTEST_MAIN(TestE2eKeyboard)
