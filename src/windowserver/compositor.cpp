@@ -1,5 +1,6 @@
 #include "compositor.h"
 
+#include "globalversions.h"
 #include "protocolguard.h"
 #include "textinputv3.h"
 
@@ -7,6 +8,7 @@
 #include <QFile>
 #include <QGuiApplication>
 #include <QQuickWindow>
+#include <QScreen>
 #include <QtWaylandCompositor/QWaylandKeymap>
 #include <QtWaylandCompositor/QWaylandQuickCompositor>
 #include <QtWaylandCompositor/QWaylandQuickOutput>
@@ -75,11 +77,19 @@ void Compositor::listen()
 
     m_output = new QWaylandQuickOutput(m_compositor, m_view);
     m_output->setSizeFollowsWindow(true);
+    // Clients work their DPI out from it. Qt's default is an invalid size (-1 x -1 mm), which
+    // foot divides by and crashes; the screen's own figure, else 96 dpi.
+    const QScreen *screen = m_view->screen();
+    QSizeF millimetres = screen->physicalSize();
+    if (millimetres.width() <= 0 || millimetres.height() <= 0)
+        millimetres = QSizeF(screen->size()) * 25.4 / 96;
+    m_output->setPhysicalSize(millimetres.toSize());
     m_compositor->setDefaultOutput(m_output);
 
     m_compositor->create();
     decorations->initialize();
     ProtocolGuard::install(m_compositor);
+    GlobalVersions::install(m_compositor);
 
     QWaylandKeymap *keymap = m_compositor->defaultSeat()->keymap();
     keymap->setRules(QStringLiteral("evdev"));
