@@ -3,7 +3,10 @@
 #include <QtWaylandCompositor/QWaylandCompositor>
 #include <QtWaylandCompositor/QWaylandSeat>
 
+#include <QLoggingCategory>
 #include <QPointer>
+
+Q_DECLARE_LOGGING_CATEGORY(lcWindowServer)
 
 // All text-input objects of all clients, one resource each. State a client sets is
 // double-buffered and takes effect on its commit request; the count of commits is the serial
@@ -79,6 +82,7 @@ protected:
     {
         auto *input = static_cast<Input *>(resource);
         ++input->commits;
+        qCDebug(lcWindowServer) << "text-input-v3 commit" << input->commits;
         // A text input without the focus counts its commits and changes nothing else.
         input->enabled = input->entered && input->pendingEnabled;
     }
