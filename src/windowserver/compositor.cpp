@@ -1,11 +1,14 @@
 #include "compositor.h"
 
+#include "globalversions.h"
 #include "protocolguard.h"
+#include "textinputv3.h"
 
 #include <QDir>
 #include <QFile>
 #include <QGuiApplication>
 #include <QQuickWindow>
+#include <QScreen>
 #include <QtWaylandCompositor/QWaylandKeymap>
 #include <QtWaylandCompositor/QWaylandQuickCompositor>
 #include <QtWaylandCompositor/QWaylandQuickOutput>
@@ -68,18 +71,28 @@ void Compositor::listen()
     decorations->setParent(m_compositor);
     // Clients on a device shell draw no frames of their own: their windows are the content.
     decorations->setPreferredMode(QWaylandXdgToplevel::ServerSideDecoration);
-    // One text-input protocol only: offering a second one made Qt clients hang at start.
+    // Qt clients type through zwp_text_input_v2, GTK and others through v3. Qt's own
+    // qt_text_input_method_v1 stays off: offered beside v2 it made Qt clients hang at start.
     // An extension's container is not its QObject parent: each one is given that as well, so
     // that the compositor takes them along when it goes.
     (new QWaylandTextInputManager(m_compositor))->setParent(m_compositor);
+    m_textInputV3 = new TextInputManagerV3(m_compositor);
 
     m_output = new QWaylandQuickOutput(m_compositor, m_view);
     m_output->setSizeFollowsWindow(true);
+    // Clients work their DPI out from it. Qt's default is an invalid size (-1 x -1 mm), which
+    // foot divides by and crashes; the screen's own figure, else 96 dpi.
+    const QScreen *screen = m_view->screen();
+    QSizeF millimetres = screen->physicalSize();
+    if (millimetres.width() <= 0 || millimetres.height() <= 0)
+        millimetres = QSizeF(screen->size()) * 25.4 / 96;
+    m_output->setPhysicalSize(millimetres.toSize());
     m_compositor->setDefaultOutput(m_output);
 
     m_compositor->create();
     decorations->initialize();
     ProtocolGuard::install(m_compositor);
+    GlobalVersions::install(m_compositor);
 
     QWaylandKeymap *keymap = m_compositor->defaultSeat()->keymap();
     keymap->setRules(QStringLiteral("evdev"));

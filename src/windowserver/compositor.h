@@ -9,6 +9,7 @@ class QWaylandQuickCompositor;
 class QWaylandQuickOutput;
 class QWaylandSeat;
 class QWaylandXdgShell;
+class TextInputManagerV3;
 struct wl_display;
 
 // The protocol side of the window server: the Wayland display with its socket, the output
@@ -36,6 +37,7 @@ public:
     QWaylandQuickOutput *output() const { return m_output; }
     QWaylandXdgShell *xdgShell() const { return m_xdgShell; }
     QWaylandSeat *seat() const;
+    TextInputManagerV3 *textInputV3() const { return m_textInputV3; }
 
     // The private directory of extra keyboard layouts (XKB_CONFIG_EXTRA_PATH) and the base
     // layout the seat's keymap starts from.
@@ -50,4 +52,5 @@ private:
     QWaylandQuickCompositor *m_compositor = nullptr;
     QWaylandQuickOutput *m_output = nullptr;
     QWaylandXdgShell *m_xdgShell = nullptr;
+    TextInputManagerV3 *m_textInputV3 = nullptr;
 };

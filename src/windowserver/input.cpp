@@ -2,6 +2,7 @@
 
 #include "compositor.h"
 #include "keymapper.h"
+#include "textinputv3.h"
 #include "windows.h"
 
 #include <QApplication>
@@ -49,6 +50,13 @@ bool ServerWindowStack::eventFilter(QObject *watched, QEvent *event)
         m_order.removeAll(nullptr);
         m_order.removeAll(w);
         m_order.append(w);
+        // A dialog of the shell takes the keys when it opens. Window managers and most
+        // platforms activate it by themselves; a bare X server leaves the focus where it was,
+        // and keys meant for the dialog would reach the client behind it.
+        const Qt::WindowType kind = w->type();
+        if ((kind == Qt::Window || kind == Qt::Dialog) &&
+            !w->flags().testFlag(Qt::WindowDoesNotAcceptFocus))
+            w->requestActivate();
     }
     const QRect g = w->geometry();
     qCInfo(lcWindowServer).noquote()
@@ -151,6 +159,14 @@ void InputRouter::sendKeyEvent(int unicode, int keycode, Qt::KeyboardModifiers m
     }
     if (!target)
         target = m_compositor->view();
+    // A release goes where its press went, even when the press closed that window (Return
+    // in a dialog): the window that now has the focus never saw the key go down.
+    const int id = keycode ? keycode : unicode;
+    if (isPress) {
+        m_keyTargets.insert(id, target);
+    } else if (QWindow *pressed = m_keyTargets.take(id)) {
+        target = pressed;
+    }
     const char32_t ucs4 = char32_t(unicode);
     const QString text = unicode > 0 ? QString::fromUcs4(&ucs4, 1) : QString();
     QWindowSystemInterface::handleKeyEvent<QWindowSystemInterface::SynchronousDelivery>(
@@ -200,6 +216,13 @@ void InputRouter::sendClientKey(int qtKey, const QString &text, Qt::KeyboardModi
     } else {
         key = m_keys->keyForQtKey(qtKey);
         state |= modifiers & Qt::ShiftModifier;
+        if (!key.isValid()) {
+            // A key the layout lacks (F13 on "us", say) is bound like a character.
+            if (const uint keysym = KeyMapper::keysymForQtKey(qtKey)) {
+                sendExtraKeysym(keysym, isPress, !isPress);
+                return;
+            }
+        }
     }
     if (!key.isValid()) {
         qCDebug(lcWindowServer) << "no key in the keymap for" << Qt::hex << qtKey;
@@ -218,29 +241,43 @@ void InputRouter::commitText(const QString &text)
     QWaylandSurface *focus = seat->keyboardFocus();
     if (!focus)
         return;
-    // The input-method control's methods are not exported; its properties and the item's
-    // event handler are the public way in.
+    // Text goes to whichever text input the client has enabled. For zwp_text_input_v2 the
+    // input-method control's methods are not exported; its properties and the item's event
+    // handler are the public way in.
+    const char *way = "keymap";
     QObject *imControl = focus->inputMethodControl();
     QQuickItem *item = m_windows->itemFor(focus);
     if (item && imControl && imControl->property("enabled").toBool()) {
         QInputMethodEvent event;
         event.setCommitString(text);
         QCoreApplication::sendEvent(item, &event);
+        way = "zwp_text_input_v2";
+    } else if (m_compositor->textInputV3()->commitString(text)) {
+        way = "zwp_text_input_v3";
+    } else {
+        // No text input in use: each character is typed on a key bound to it for the moment.
+        for (char32_t ucs4 : text.toUcs4())
+            sendExtraKeysym(KeyMapper::keysymForCharacter(ucs4), true, true);
+    }
+    qCDebug(lcWindowServer).noquote()
+        << QStringLiteral("text \"%1\" by %2").arg(text, QLatin1String(way));
+}
+
+void InputRouter::sendExtraKeysym(uint keysym, bool press, bool release)
+{
+    QString variant;
+    const KeyMapper::Key key = m_keys->bindExtraKeysym(keysym, &variant);
+    if (!key.isValid())
         return;
-    }
-    // No text input in use: bind the character to a spare key for the moment and type it.
-    QWaylandKeyboard *keyboard = seat->keyboard();
-    QWaylandKeymap *keymap = seat->keymap();
-    for (char32_t ucs4 : text.toUcs4()) {
-        QString variant;
-        const KeyMapper::Key key = m_keys->bindExtraCharacter(ucs4, &variant);
-        if (!key.isValid())
-            continue;
-        keymap->setLayout(m_keys->layoutName());
-        keymap->setVariant(variant);
-        keyboard->sendKeyPressEvent(key.keycode);
-        keyboard->sendKeyReleaseEvent(key.keycode);
-    }
+    // The seat sends every client the new keymap before the key, as long as no key it knows
+    // of is down.
+    QWaylandSeat *seat = m_compositor->seat();
+    seat->keymap()->setLayout(m_keys->layoutName());
+    seat->keymap()->setVariant(variant);
+    if (press)
+        seat->keyboard()->sendKeyPressEvent(key.keycode);
+    if (release)
+        seat->keyboard()->sendKeyReleaseEvent(key.keycode);
 }
 
 QWindow *InputRouter::windowAt(const QPoint &pos) const

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QHash>
 #include <QList>
 #include <QObject>
 #include <QPointer>
@@ -55,6 +56,9 @@ private:
     void sendClientKey(int qtKey, const QString &text, Qt::KeyboardModifiers modifiers,
                        bool isPress);
     void commitText(const QString &text);
+    // Binds the keysym to a spare key, switches the seat to the keymap with that binding and
+    // presses and/or releases the key.
+    void sendExtraKeysym(uint keysym, bool press, bool release);
     void handleFocusWindowChanged(QWindow *window);
     QWindow *windowAt(const QPoint &pos) const;
 
@@ -64,5 +68,6 @@ private:
     ServerWindowStack m_serverStack;
     QPointer<QWindow> m_lastFocusWindow;
     QPointer<QWindow> m_pointerGrab;
+    QHash<int, QPointer<QWindow>> m_keyTargets; // where each key that is down went
     Qt::MouseButtons m_pointerButtons;
 };

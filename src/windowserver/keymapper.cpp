@@ -11,9 +11,11 @@ Q_DECLARE_LOGGING_CATEGORY(lcWindowServer)
 
 namespace {
 
-// Spare evdev codes with no meaning on a touch device: KEY_UNKNOWN and the codes after it.
-constexpr uint firstSpareKeycode = 248;
+// How many spare codes are used in turn. A character is pressed and released before the next
+// one is bound, so a few are plenty; more only lengthen the keymap every client compiles.
 constexpr int spareKeyCount = 8;
+// Codes above 255 exist for Wayland clients, but X11 programs cannot take them.
+constexpr xkb_keycode_t maxSpareKeycode = 255;
 
 struct QtKeysym
 {
@@ -60,8 +62,24 @@ KeyMapper::KeyMapper(const QString &extraDir, const QString &baseLayout)
     m_context = xkb_context_new(XKB_CONTEXT_NO_FLAGS);
     if (m_context && !m_extraDir.isEmpty())
         xkb_context_include_path_append(m_context, QFile::encodeName(m_extraDir).constData());
-    if (m_context)
-        compile(m_baseLayout, QString());
+    if (m_context && compile(m_baseLayout, QString()))
+        findSpareKeycodes();
+}
+
+void KeyMapper::findSpareKeycodes()
+{
+    const xkb_keycode_t max = qMin(xkb_keymap_max_keycode(m_keymap), maxSpareKeycode);
+    for (xkb_keycode_t code = max; code >= xkb_keymap_min_keycode(m_keymap); --code) {
+        const char *name = xkb_keymap_key_get_name(m_keymap, code);
+        if (!name || xkb_keymap_num_layouts_for_key(m_keymap, code) != 0)
+            continue;
+        m_spare.append(code);
+        m_spareNames.append(QByteArray(name));
+        if (m_spare.size() == spareKeyCount)
+            break;
+    }
+    if (m_spare.isEmpty())
+        qCWarning(lcWindowServer) << "no spare key codes in the keymap" << m_baseLayout;
 }
 
 KeyMapper::~KeyMapper()
@@ -118,14 +136,21 @@ KeyMapper::Key KeyMapper::keyForCharacter(char32_t ucs4) const
     return m_byCharacter.value(ucs4);
 }
 
-KeyMapper::Key KeyMapper::keyForQtKey(int qtKey) const
+uint KeyMapper::keysymForQtKey(int qtKey)
 {
     for (const QtKeysym &entry : qtKeysyms) {
         if (entry.qtKey == qtKey)
-            return m_byKeysym.value(entry.keysym);
+            return entry.keysym;
     }
     if (qtKey >= Qt::Key_F1 && qtKey <= Qt::Key_F35)
-        return m_byKeysym.value(XKB_KEY_F1 + uint(qtKey - Qt::Key_F1));
+        return XKB_KEY_F1 + uint(qtKey - Qt::Key_F1);
+    return 0;
+}
+
+KeyMapper::Key KeyMapper::keyForQtKey(int qtKey) const
+{
+    if (const uint keysym = keysymForQtKey(qtKey))
+        return m_byKeysym.value(keysym);
     if (qtKey > 0x20 && qtKey < 0x7f) {
         // Qt names Latin keys by their upper-case character; the key itself is the
         // unshifted one.
@@ -145,11 +170,10 @@ bool KeyMapper::writeSymbols() const
         return false;
     QByteArray bindings;
     for (int i = 0; i < m_extra.size(); ++i) {
-        const QString sym = QString::number(uint(m_extra.at(i)), 16).toUpper();
-        bindings += QStringLiteral("    key <I%1> { [ U%2 ] };\n")
-                        .arg(firstSpareKeycode + uint(i))
-                        .arg(sym.rightJustified(4, QLatin1Char('0')))
-                        .toLatin1();
+        char name[64];
+        if (xkb_keysym_get_name(m_extra.at(i), name, sizeof(name)) <= 0)
+            continue;
+        bindings += "    key <" + m_spareNames.at(i) + "> { [ " + name + " ] };\n";
     }
     // Two identical sections: the compositor only reloads when the layout name changes.
     for (const char *section : {"a", "b"}) {
@@ -164,27 +188,43 @@ bool KeyMapper::writeSymbols() const
     return file.error() == QFile::NoError;
 }
 
-KeyMapper::Key KeyMapper::bindExtraCharacter(char32_t ucs4, QString *variant)
+uint KeyMapper::keysymForCharacter(char32_t ucs4)
 {
-    const int existing = m_extra.indexOf(ucs4);
+    return xkb_utf32_to_keysym(ucs4);
+}
+
+KeyMapper::Key KeyMapper::bindExtraKeysym(uint keysym, QString *variant)
+{
+    if (keysym == XKB_KEY_NoSymbol || m_spare.isEmpty())
+        return {};
+    const int existing = int(m_extra.indexOf(keysym));
     if (existing >= 0) {
         if (variant)
             *variant = m_variantA ? QStringLiteral("a") : QStringLiteral("b");
-        return Key{firstSpareKeycode + uint(existing), false};
+        return Key{m_spare.at(existing), false};
     }
     // Slots are reused round-robin; a character is pressed and released before the next
     // one is bound, so overwriting the oldest binding never changes a key that is down.
     const int slot = m_nextSlot;
-    m_nextSlot = (m_nextSlot + 1) % spareKeyCount;
+    m_nextSlot = (m_nextSlot + 1) % int(m_spare.size());
     if (slot < m_extra.size())
-        m_extra[slot] = ucs4;
+        m_extra[slot] = keysym;
     else
-        m_extra.append(ucs4);
+        m_extra.append(keysym);
     m_variantA = !m_variantA;
     const QString v = m_variantA ? QStringLiteral("a") : QStringLiteral("b");
     if (!writeSymbols() || !compile(layoutName(), v))
         return {};
+    // What the clients will read: the code must give the keysym, or the client types
+    // something else.
+    const xkb_keysym_t *syms = nullptr;
+    const xkb_keycode_t code = m_spare.at(slot);
+    if (xkb_keymap_key_get_syms_by_level(m_keymap, code, 0, 0, &syms) != 1 || syms[0] != keysym) {
+        qCWarning(lcWindowServer) << "spare key" << code << "does not give keysym" << Qt::hex
+                                  << keysym;
+        return {};
+    }
     if (variant)
         *variant = v;
-    return Key{firstSpareKeycode + uint(slot), false};
+    return Key{code, false};
 }

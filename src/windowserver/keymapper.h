@@ -9,8 +9,10 @@ struct xkb_keymap;
 
 // Knows which key of the compositor's keymap produces a character or a Qt key, so that
 // synthetic input can be sent to clients as real key presses with the right modifier state.
-// Characters the keymap lacks are bound to spare key codes through a small symbols file of
-// our own that extends the base layout; the compositor then switches to that layout.
+// Characters and keys the keymap lacks are bound to spare key codes through a small symbols
+// file of our own that extends the base layout; the compositor then switches to that layout.
+// Spare means bound to nothing in the base keymap: the rules put the multimedia keys
+// (inet) after the layout, and those override whatever the layout binds to their codes.
 class KeyMapper
 {
 public:
@@ -36,15 +38,20 @@ public:
     // through their character (lower case unless shift is asked for by the caller).
     Key keyForQtKey(int qtKey) const;
 
-    // Binds ucs4 to a spare key code, rewriting the symbols file. Returns the key, and in
+    // The keysym a real keyboard sends for a Qt key code, 0 for none.
+    static uint keysymForQtKey(int qtKey);
+
+    // Binds a keysym to a spare key code, rewriting the symbols file. Returns the key, and in
     // variant the name of the layout variant the compositor must switch to (it alternates, so
     // every rewrite is a change the compositor notices). Reuses a binding that still exists.
-    Key bindExtraCharacter(char32_t ucs4, QString *variant);
+    Key bindExtraKeysym(uint keysym, QString *variant);
+    static uint keysymForCharacter(char32_t ucs4);
 
     QString layoutName() const { return QStringLiteral("tideshell"); }
 
 private:
     bool compile(const QString &layout, const QString &variant);
+    void findSpareKeycodes();
     void rebuildIndex();
     bool writeSymbols() const;
 
@@ -54,7 +61,9 @@ private:
     xkb_keymap *m_keymap = nullptr;
     QHash<char32_t, Key> m_byCharacter;
     QHash<uint, Key> m_byKeysym;
-    QList<char32_t> m_extra; // characters bound to the spare codes, slot by slot
+    QList<uint> m_spare; // key codes bound to nothing in the base keymap
+    QList<QByteArray> m_spareNames;
+    QList<uint> m_extra; // keysyms bound to the spare codes, slot by slot
     int m_nextSlot = 0;
     bool m_variantA = false;
 };

@@ -8,7 +8,7 @@
 //   mouse press|release X Y BUTTON
 //   popup shown|hidden, popup triggered ITEM   the context menu a right click opens
 //   popup pointer in|out                       the pointer entering or leaving that menu
-// Options: --maximized, --fullscreen, --frameless, --title TEXT.
+// Options: --maximized, --fullscreen, --frameless, --title TEXT. Builds with Qt 5 and with Qt 6.
 #include <QApplication>
 #include <QKeyEvent>
 #include <QLineEdit>
@@ -19,6 +19,26 @@
 #include <cstdio>
 
 namespace {
+
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
+QPointF position(const QMouseEvent *e)
+{
+    return e->localPos();
+}
+QPointF globalPosition(const QMouseEvent *e)
+{
+    return e->screenPos();
+}
+#else
+QPointF position(const QMouseEvent *e)
+{
+    return e->position();
+}
+QPointF globalPosition(const QMouseEvent *e)
+{
+    return e->globalPosition();
+}
+#endif
 
 void report(const QString &line)
 {
@@ -86,17 +106,17 @@ protected:
     void mousePressEvent(QMouseEvent *e) override
     {
         report(QStringLiteral("mouse press %1 %2 %3")
-                   .arg(e->position().x())
-                   .arg(e->position().y())
+                   .arg(position(e).x())
+                   .arg(position(e).y())
                    .arg(int(e->button())));
         if (e->button() == Qt::RightButton)
-            openMenu(e->globalPosition().toPoint());
+            openMenu(globalPosition(e).toPoint());
     }
     void mouseReleaseEvent(QMouseEvent *e) override
     {
         report(QStringLiteral("mouse release %1 %2 %3")
-                   .arg(e->position().x())
-                   .arg(e->position().y())
+                   .arg(position(e).x())
+                   .arg(position(e).y())
                    .arg(int(e->button())));
     }
 };

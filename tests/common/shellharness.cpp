@@ -198,6 +198,7 @@ QProcessEnvironment ShellHarness::clientEnvironment() const
     env.insert("XDG_RUNTIME_DIR", m_runtime.path());
     env.insert("WAYLAND_DISPLAY", m_socketName);
     env.insert("QT_QPA_PLATFORM", "wayland");
+    env.insert("GDK_BACKEND", "wayland");
     env.remove("QT_LOGGING_RULES");
     return env;
 }
@@ -240,10 +241,14 @@ bool ShellHarness::startOnVnc(const QProcessEnvironment &extraEnv, bool waitForB
     return start({}, env, waitForBar);
 }
 
-LineProcess *ShellHarness::startClient(const QString &program, const QStringList &args)
+LineProcess *ShellHarness::startClient(const QString &program, const QStringList &args,
+                                       const QProcessEnvironment &extraEnv)
 {
     auto *client = new LineProcess(program);
-    client->process().setProcessEnvironment(clientEnvironment());
+    QProcessEnvironment env = clientEnvironment();
+    for (const QString &key : extraEnv.keys())
+        env.insert(key, extraEnv.value(key));
+    client->process().setProcessEnvironment(env);
     client->process().start(program, args);
     m_clients.append(client);
     return client;

@@ -70,7 +70,8 @@ public:
     quint16 vncPort() const { return m_vncPort; }
     LineProcess &shell() { return *m_shell; }
 
-    LineProcess *startClient(const QString &program, const QStringList &args = {});
+    LineProcess *startClient(const QString &program, const QStringList &args = {},
+                             const QProcessEnvironment &extraEnv = {});
     // The Qt test client; waits until its window is shown and focused in the shell.
     LineProcess *startQtClient(const QStringList &args = {});
     // weston-eventdemo logging keys, buttons and motion; waits until its window is shown.

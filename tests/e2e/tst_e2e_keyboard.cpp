@@ -12,6 +12,7 @@
 
 #include <QDeadlineTimer>
 #include <QLayout>
+#include <QStandardPaths>
 #include <QStyle>
 #include <QTest>
 #include <QTranslator>
@@ -96,6 +97,8 @@ private slots:
     void showAndHide_data();
     void showAndHide();
     void dragMovesKeyboardWithThePointer();
+    void chineseAndF13ReachEveryToolkit_data();
+    void chineseAndF13ReachEveryToolkit();
 
 private:
     // The keyboard's widget of this name, laid out for a keyboard of the given geometry.
@@ -289,6 +292,116 @@ void TestE2eKeyboard::dragMovesKeyboardWithThePointer()
     QVERIFY(client->waitForLine(QStringLiteral("text hi")));
     QCOMPARE(client->countLines(QRegularExpression(QStringLiteral("^text "))), 2);
     QCOMPARE(client->countLines(QRegularExpression(QStringLiteral("^focus out$"))), 0);
+}
+
+// How a client tells what it got: the test clients print their line edit's text and every key,
+// weston-eventdemo the keysym of every key ("key key: 240, unicode: KEYSYM, state: pressed"),
+// and a terminal's child the bytes it reads, one per line in hexadecimal.
+enum Report { QtLines, GtkLines, KeyLines, ByteLines };
+
+// What a client has got so far, as text, with "<F13>" once the F13 key reached it.
+QString received(LineProcess *client, Report report)
+{
+    static const QRegularExpression text(QStringLiteral("^text (.*)$"));
+    static const QRegularExpression keysym(QStringLiteral("unicode: (\\d+), state: pressed"));
+    const QString f13 = report == QtLines    ? QStringLiteral("key press %1 ").arg(Qt::Key_F13)
+                        : report == GtkLines ? QStringLiteral("key 0xffca")
+                                             : QStringLiteral("unicode: 65482, state: pressed");
+    QString typed;
+    QByteArray bytes;
+    bool f13Seen = false;
+    for (const QString &line : client->lines()) {
+        f13Seen = f13Seen || line.contains(f13);
+        if (report == ByteLines) {
+            if (line.size() == 3 && line.startsWith(QLatin1Char(' '))) // not foot's own lines
+                bytes += char(line.toUInt(nullptr, 16));
+        } else if (report != KeyLines) {
+            if (const QRegularExpressionMatch m = text.match(line); m.hasMatch())
+                typed = m.captured(1);
+        } else if (const QRegularExpressionMatch m = keysym.match(line); m.hasMatch()) {
+            if (const char32_t c = m.captured(1).toUInt() - 0x1000000; c < 0x110000)
+                typed += QString::fromUcs4(&c, 1); // the keysyms of Unicode characters
+        }
+    }
+    if (report == ByteLines) // a terminal sends F13 as xterm's Shift+F1
+        return QString::fromUtf8(bytes).replace(QStringLiteral("\x1b[1;2P"), "<F13>");
+    return f13Seen ? typed + "<F13>" : typed;
+}
+
+void TestE2eKeyboard::chineseAndF13ReachEveryToolkit_data()
+{
+    // program: an executable or the variable that names it; way: how the shell hands the
+    // client committed text.
+    QTest::addColumn<QString>("program");
+    QTest::addColumn<QStringList>("args");
+    QTest::addColumn<QString>("env");
+    QTest::addColumn<int>("report");
+    QTest::addColumn<QString>("way");
+    QTest::newRow("Qt 6") << "TIDE_TEST_CLIENT" << QStringList() << QString() << int(QtLines)
+                          << "zwp_text_input_v2";
+    QTest::newRow("Qt 5") << "TIDE_TESTCLIENT_QT5" << QStringList() << QString() << int(QtLines)
+                          << "zwp_text_input_v2";
+    QTest::newRow("GTK 3") << "TIDE_GTKCLIENT" << QStringList() << QString() << int(GtkLines)
+                           << "zwp_text_input_v3";
+    QTest::newRow("GTK 3 without input method")
+        << "TIDE_GTKCLIENT" << QStringList() << "GTK_IM_MODULE=gtk-im-context-simple"
+        << int(GtkLines) << "keymap";
+    QTest::newRow("weston-eventdemo")
+        << "stdbuf" << QStringList{"-oL", "weston-eventdemo", "--log-key"} << QString()
+        << int(KeyLines) << "keymap";
+    // foot needs wl_seat 5 and wl_data_device_manager 3. What its child reads goes to foot's
+    // own standard output, which the test reads.
+    QTest::newRow("foot") << "foot"
+                          << QStringList{"-e", "sh", "-c",
+                                         "exec > /proc/$PPID/fd/1; stty raw -echo; echo ready; "
+                                         "exec stdbuf -o0 od -An -v -tx1 -w1"}
+                          << QString() << int(ByteLines) << "zwp_text_input_v3";
+}
+
+void TestE2eKeyboard::chineseAndF13ReachEveryToolkit()
+{
+    QFETCH(QString, program);
+    QFETCH(QStringList, args);
+    QFETCH(QString, env);
+    QFETCH(int, report);
+    QFETCH(QString, way);
+    if (program.startsWith(QLatin1String("TIDE_")))
+        program = qEnvironmentVariable(program.toLatin1());
+    if (program.isEmpty() || QStandardPaths::findExecutable(program).isEmpty())
+        QSKIP("this toolkit's program or development package is not installed");
+    ShellHarness h;
+    QVERIFY(h.start());
+    QProcessEnvironment extra;
+    if (!env.isEmpty())
+        extra.insert(env.section(QLatin1Char('='), 0, 0), env.section(QLatin1Char('='), 1));
+    const int activeBefore = h.shell().mark();
+    LineProcess *client = h.startClient(program, args, extra);
+    QVERIFY(h.shell()
+                .waitForLine(QRegularExpression("window \\d+ Active"), 10000, activeBefore)
+                .hasMatch());
+    // foot is ready once the program in it reads the keys raw, and once it has committed its
+    // text-input state again after its first frame: it drops text whose done serial is behind
+    // its own count of commits.
+    QVERIFY(report != ByteLines || client->waitForLine(QStringLiteral("ready")));
+    QVERIFY(report != ByteLines ||
+            h.shell().waitForLine(QRegularExpression("text-input-v3 commit 2$")).hasMatch());
+    const auto typed = [&] { return received(client, Report(report)); };
+
+    // Three different characters in a row, each as a key without a key code; then three more
+    // from pinyin candidates tapped on the soft keyboard; then a key the layout lacks.
+    for (char32_t c : {U'中', U'文', U'字'})
+        h.tap(int(c), 0);
+    QTRY_COMPARE_WITH_TIMEOUT(typed(), QStringLiteral("中文字"), 10000);
+    h.send("kbdshow 1");
+    const QRect keyboard = waitForServerWindow(h, "Show", KeyboardWindow, 1);
+    QVERIFY(keyboard.isValid());
+    typeKeys(h, keyboard,
+             {"btn_3_7", "btn_1_9", "hzBtn0", "btn_3_7", "btn_1_9", "hzBtn1", "btn_3_7", "btn_1_9",
+              "hzBtn2"});
+    QTRY_COMPARE_WITH_TIMEOUT(typed(), QStringLiteral("中文字妮尼泥"), 10000);
+    QVERIFY(h.shell().hasLine(QRegularExpression(QStringLiteral("text \"泥\" by ") + way)));
+    h.tap(0, Qt::Key_F13);
+    QTRY_COMPARE_WITH_TIMEOUT(typed(), QStringLiteral("中文字妮尼泥<F13>"), 10000);
 }
 
 QTEST_MAIN(TestE2eKeyboard)

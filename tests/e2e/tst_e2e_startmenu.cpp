@@ -50,7 +50,7 @@ private slots:
 
 private:
     // A shell with the start-menu root and a folder put first on its PATH.
-    bool startShell(ShellHarness &h);
+    bool startShell(ShellHarness &h, const QProcessEnvironment &extraEnv = {});
     // Clicks the start button and returns the system menu's geometry.
     QRect openMenuByPointer(ShellHarness &h);
     void writeProgramEntry(const QString &name, const QString &path);
@@ -83,9 +83,9 @@ void TestStartMenu::cleanup()
     m_root.reset();
 }
 
-bool TestStartMenu::startShell(ShellHarness &h)
+bool TestStartMenu::startShell(ShellHarness &h, const QProcessEnvironment &extraEnv)
 {
-    QProcessEnvironment env;
+    QProcessEnvironment env = extraEnv;
     env.insert("TIDESHELL_STARTMENU_DIR", m_root->path());
     env.insert("PATH", m_bin + QLatin1Char(':') + qEnvironmentVariable("PATH"));
     return h.start({}, env);
@@ -170,24 +170,49 @@ void TestStartMenu::missingProgramWarnsOnce()
 
 void TestStartMenu::runDialogStartsTypedCommand_data()
 {
+    // On xcb the shell's windows are X windows of a bare X server, without a window manager
+    // to hand the opening dialog the focus.
+    QTest::addColumn<bool>("xcb");
     QTest::addColumn<bool>("keyboardBefore");
+    QTest::addColumn<bool>("lettersBySkey");
     QTest::addColumn<bool>("okByTap");
-    QTest::newRow("keyboard hidden, Return") << false << false;
-    QTest::newRow("keyboard hidden, OK tapped") << false << true;
-    QTest::newRow("keyboard shown, OK tapped") << true << true;
+    QTest::newRow("keyboard hidden, Return") << false << false << false << false;
+    QTest::newRow("keyboard hidden, OK tapped") << false << false << false << true;
+    QTest::newRow("keyboard shown, OK tapped") << false << true << false << true;
+    QTest::newRow("xcb, taps, Return") << true << false << false << false;
+    QTest::newRow("xcb, skey, OK tapped") << true << false << true << true;
 }
 
 void TestStartMenu::runDialogStartsTypedCommand()
 {
+    QFETCH(bool, xcb);
     QFETCH(bool, keyboardBefore);
+    QFETCH(bool, lettersBySkey);
     QFETCH(bool, okByTap);
     // Two letters on the soft keyboard: "tc", a script found through the shell's PATH.
     QVERIFY(writeFile(m_bin + "/tc",
                       "#!/bin/sh\nexec '" + qgetenv("TIDE_TEST_CLIENT") + "' --title typed\n",
                       true));
     ShellHarness h;
-    QVERIFY(startShell(h));
+    std::unique_ptr<LineProcess> x;
+    QProcessEnvironment xEnv;
+    if (xcb) {
+        // -displayfd: the server prints its display number once it takes connections.
+        x = std::make_unique<LineProcess>("Xvfb");
+        x->process().start("Xvfb", {"-displayfd", "1", "-screen", "0", "800x480x24", "-dpi", "96",
+                                    "-nolisten", "tcp"});
+        if (!x->process().waitForStarted())
+            QSKIP("Xvfb is not installed");
+        const QRegularExpressionMatch display = x->waitForLine(QRegularExpression("^(\\d+)$"));
+        QVERIFY(display.hasMatch());
+        xEnv.insert("QT_QPA_PLATFORM", "xcb");
+        xEnv.insert("DISPLAY", ":" + display.captured(1));
+    }
+    QVERIFY(startShell(h, xEnv));
     LineProcess &shell = h.shell();
+    // A client has the focus when the dialog opens; it must not get the dialog's keys.
+    LineProcess *behind = h.startQtClient();
+    QVERIFY(behind);
     const QRegularExpression kbdShown = serverWindow("Show", "QwsKeyBoardWidgetWindow");
     const QRegularExpression kbdHidden = serverWindow("Hide", "QwsKeyBoardWidgetWindow");
     if (keyboardBefore) {
@@ -210,6 +235,10 @@ void TestStartMenu::runDialogStartsTypedCommand()
     QVERIFY(QTest::qWaitForWindowExposed(&kbd));
     QCOMPARE(kbd.size(), keyboard.size());
     for (const QString letter : {"t", "c"}) {
+        if (lettersBySkey) {
+            h.tap(letter.at(0).unicode(), letter.at(0).toUpper().unicode());
+            continue;
+        }
         QPushButton *key = nullptr;
         for (QPushButton *b : kbd.findChildren<QPushButton *>())
             key = b->text() == letter ? b : key;
@@ -232,6 +261,7 @@ void TestStartMenu::runDialogStartsTypedCommand()
     QVERIFY(!waitForNext(shell, serverWindow("Hide", "SysRunDialogWindow"), 0).isEmpty());
     // The keyboard is hidden again before the program starts, or it stays as it was.
     QCOMPARE(shell.countLines(kbdHidden), hiddenBefore + (keyboardBefore ? 0 : 1));
+    QCOMPARE(behind->countLines(QRegularExpression("^(text|key) ")), 0);
 }
 
 void TestStartMenu::rebootOnlyOnYes_data()

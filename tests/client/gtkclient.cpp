@@ -1,0 +1,53 @@
+// The GTK 3 counterpart of the Qt test client: one window with an entry that prints, one
+// line each on standard output,
+//   focus in          when the entry gets the keyboard focus
+//   text TEXT         the entry's text after every change
+//   key KEYVAL        every key press the entry gets, the keysym in hexadecimal
+#include <cstdio>
+#include <gtk/gtk.h>
+
+namespace {
+
+void report(const char *what, const char *detail)
+{
+    std::printf("%s%s\n", what, detail);
+    std::fflush(stdout);
+}
+
+void on_changed(GtkEditable *editable, gpointer)
+{
+    report("text ", gtk_entry_get_text(GTK_ENTRY(editable)));
+}
+
+gboolean on_focus_in(GtkWidget *, GdkEvent *, gpointer)
+{
+    report("focus in", "");
+    return FALSE;
+}
+
+gboolean on_key_press(GtkWidget *, GdkEventKey *event, gpointer)
+{
+    char keyval[16];
+    std::snprintf(keyval, sizeof(keyval), "%#x", event->keyval);
+    report("key ", keyval);
+    return FALSE;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    gtk_init(&argc, &argv);
+    GtkWidget *window = gtk_window_new(GTK_WINDOW_TOPLEVEL);
+    gtk_window_set_title(GTK_WINDOW(window), "tide gtk client");
+    gtk_window_set_default_size(GTK_WINDOW(window), 320, 200);
+    GtkWidget *entry = gtk_entry_new();
+    gtk_container_add(GTK_CONTAINER(window), entry);
+    g_signal_connect(entry, "changed", G_CALLBACK(&on_changed), NULL);
+    g_signal_connect(entry, "focus-in-event", G_CALLBACK(&on_focus_in), NULL);
+    g_signal_connect(entry, "key-press-event", G_CALLBACK(&on_key_press), NULL);
+    g_signal_connect(window, "destroy", G_CALLBACK(gtk_main_quit), NULL);
+    gtk_widget_show_all(window);
+    gtk_main();
+    return 0;
+}
