@@ -71,10 +71,10 @@ control() { # dir command: a datagram to that shell's control port
     printf '%s' "$2" >"/dev/udp/127.0.0.1/$(cat "$1/port")"
 }
 
-in_server() { # dir command...: a client of the server in dir
+in_server() { # dir command...: a client of the server in dir (run in the background)
     local d=$1
     shift
-    env XDG_RUNTIME_DIR="$d" WAYLAND_DISPLAY="$(cat "$d/socket")" QT_QPA_PLATFORM=wayland "$@"
+    exec env XDG_RUNTIME_DIR="$d" WAYLAND_DISPLAY="$(cat "$d/socket")" QT_QPA_PLATFORM=wayland "$@"
 }
 
 wait_for() { # file pattern: until the file has a line matching the pattern (10 s at most)
