@@ -16,6 +16,7 @@
 #include <QMenu>
 #include <QMessageBox>
 #include <QNetworkInterface>
+#include <QNetworkProxy>
 #include <QProcess>
 #include <QScreen>
 #include <QTimer>
@@ -95,6 +96,9 @@ TitleBarWidget::TitleBarWidget(QWidget *parent) : QWidget(parent), ui(new Ui::Ti
     // Other programs steer the bar through this port. If it cannot be bound the shell runs
     // without remote control.
     m_ctrlSocket = new QUdpSocket(this);
+    // Datagrams on the local network never go through a proxy; asking the system for one
+    // would load the proxy library and start its thread.
+    m_ctrlSocket->setProxy(QNetworkProxy::NoProxy);
     m_ctrlSocket->bind(controlPort(), QUdpSocket::ShareAddress | QUdpSocket::ReuseAddressHint);
     connect(m_ctrlSocket, &QUdpSocket::readyRead, this, &TitleBarWidget::onCtrlSockActivated);
 

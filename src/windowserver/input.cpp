@@ -10,6 +10,7 @@
 #include <QLoggingCategory>
 #include <QQuickItem>
 #include <QQuickWindow>
+#include <QTimer>
 #include <QWidget>
 #include <QtWaylandCompositor/QWaylandInputMethodControl>
 #include <QtWaylandCompositor/QWaylandKeyboard>
@@ -99,9 +100,19 @@ InputRouter::~InputRouter() = default;
 
 void InputRouter::attach()
 {
-    // The keymap is the one KeyMapper indexes; characters it lacks get bound on demand in
-    // a layout of our own that includes it.
-    m_keys = std::make_unique<KeyMapper>(m_compositor->xkbExtraDir(), m_compositor->baseLayout());
+    // Compiling the key index's keymap takes about as long as the rest of the compositor's
+    // start; it is left until clients are being served.
+    QTimer::singleShot(1000, this, [this] { keys(); });
+}
+
+// The keymap is the one KeyMapper indexes; characters it lacks get bound on demand in a
+// layout of our own that includes it.
+KeyMapper &InputRouter::keys()
+{
+    if (!m_keys)
+        m_keys =
+            std::make_unique<KeyMapper>(m_compositor->xkbExtraDir(), m_compositor->baseLayout());
+    return *m_keys;
 }
 
 // Windows that must not take the focus (the bar, the soft keyboard) can still be activated
@@ -183,7 +194,7 @@ void InputRouter::sendClientKey(int qtKey, const QString &text, Qt::KeyboardModi
     Qt::KeyboardModifiers state = modifiers & (Qt::ControlModifier | Qt::AltModifier);
     if (qtKey < Qt::Key_Escape && ucs4 >= 0x20) {
         // A character decides the Shift state itself: "@" is Shift and the "2" key.
-        key = m_keys->keyForCharacter(ucs4);
+        key = keys().keyForCharacter(ucs4);
         if (!key.isValid()) {
             if (isPress)
                 commitText(text);
@@ -192,7 +203,7 @@ void InputRouter::sendClientKey(int qtKey, const QString &text, Qt::KeyboardModi
         if (key.shift)
             state |= Qt::ShiftModifier;
     } else {
-        key = m_keys->keyForQtKey(qtKey);
+        key = keys().keyForQtKey(qtKey);
         state |= modifiers & Qt::ShiftModifier;
     }
     if (!key.isValid()) {
@@ -227,10 +238,10 @@ void InputRouter::commitText(const QString &text)
     QWaylandKeymap *keymap = seat->keymap();
     for (char32_t ucs4 : text.toUcs4()) {
         QString variant;
-        const KeyMapper::Key key = m_keys->bindExtraCharacter(ucs4, &variant);
+        const KeyMapper::Key key = keys().bindExtraCharacter(ucs4, &variant);
         if (!key.isValid())
             continue;
-        keymap->setLayout(m_keys->layoutName());
+        keymap->setLayout(keys().layoutName());
         keymap->setVariant(variant);
         keyboard->sendKeyPressEvent(key.keycode);
         keyboard->sendKeyReleaseEvent(key.keycode);

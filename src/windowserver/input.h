@@ -55,6 +55,7 @@ private:
     void sendClientKey(int qtKey, const QString &text, Qt::KeyboardModifiers modifiers,
                        bool isPress);
     void commitText(const QString &text);
+    KeyMapper &keys();
     void handleFocusWindowChanged(QWindow *window);
     QWindow *windowAt(const QPoint &pos) const;
 

@@ -1,11 +1,14 @@
 #include "windows.h"
 
 #include "compositor.h"
+#include "shmbuffernode.h"
 
 #include <QGuiApplication>
 #include <QLoggingCategory>
 #include <QQuickWindow>
+#include <QSGRendererInterface>
 #include <QScreen>
+#include <QtWaylandCompositor/QWaylandBufferRef>
 #include <QtWaylandCompositor/QWaylandQuickOutput>
 #include <QtWaylandCompositor/QWaylandQuickShellSurfaceItem>
 #include <QtWaylandCompositor/QWaylandSeat>
@@ -47,6 +50,36 @@ protected:
             return;
         QWaylandQuickShellSurfaceItem::hoverLeaveEvent(event);
     }
+
+    // With the software renderer a client's buffer is painted where it lies, not copied first.
+    QSGNode *updatePaintNode(QSGNode *oldNode, UpdatePaintNodeData *data) override
+    {
+        QQuickWindow *w = window();
+        if (!w || w->rendererInterface()->graphicsApi() != QSGRendererInterface::Software)
+            return QWaylandQuickShellSurfaceItem::updatePaintNode(oldNode, data);
+        QWaylandView *v = view();
+        if (v->isBufferLocked() && isPaintEnabled())
+            return oldNode;
+        const QWaylandBufferRef buffer = v->currentBuffer();
+        if (!buffer.hasContent() || !buffer.isSharedMemory() || !isPaintEnabled() || !surface()) {
+            m_shown = QWaylandBufferRef();
+            delete oldNode;
+            return nullptr;
+        }
+        auto *node = static_cast<ShmBufferNode *>(oldNode);
+        if (!node)
+            node = new ShmBufferNode(w);
+        // The image is a view of the client's memory, valid while m_shown holds the buffer.
+        m_shown = buffer;
+        const qreal scale = surface()->bufferScale();
+        const QRectF source = surface()->sourceGeometry();
+        node->setImage(buffer.image(), QRectF(0, 0, width(), height()),
+                       QRectF(source.topLeft() * scale, source.size() * scale), smooth());
+        return node;
+    }
+
+private:
+    QWaylandBufferRef m_shown;
 };
 
 // One toplevel of a client with the item that shows it. It is the context of every
