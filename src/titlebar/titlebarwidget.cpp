@@ -164,10 +164,10 @@ void TitleBarWidget::showTitleBar()
         server->setMaxWindowRect(clientAreaRect(screen, position));
     show();
 
-    // The menu opens with its lower edge on the start button's top edge; for a bar at the
-    // top the menu's own placement keeps it on the screen.
-    const int menuHeight = m_sysMenu ? m_sysMenu->height() : 0;
-    m_menuPos = QPoint(bar.x() + ui->sysStartBtn->x(), bar.y() + ui->sysStartBtn->y() - menuHeight);
+    // The menu opens with its lower edge on the start button's top edge (its height is
+    // taken when it opens); for a bar at the top the menu's own placement keeps it on the
+    // screen.
+    m_menuPos = QPoint(bar.x() + ui->sysStartBtn->x(), bar.y() + ui->sysStartBtn->y());
 }
 
 void TitleBarWidget::hideTitleBar()
@@ -440,8 +440,6 @@ void TitleBarWidget::buildSystemMenu()
                                  QStringLiteral("重启"), m_sysMenu);
     connect(m_rebootAction, &QAction::triggered, this, &TitleBarWidget::onSysMenuRebootTrigger);
     m_sysMenu->addAction(m_rebootAction);
-    // Its real height, so the menu opens with its lower edge on the start button.
-    m_sysMenu->adjustSize();
 
     m_runDialog = new SysRunDialog(this);
     m_runDialog->setModal(false);
@@ -451,8 +449,10 @@ void TitleBarWidget::buildSystemMenu()
 
 void TitleBarWidget::on_sysStartBtn_clicked(bool checked)
 {
+    // The menu's size is worked out here, not at start-up: laying out its entries with their
+    // fonts and icons is a good part of building the bar.
     if (checked && m_sysMenu->isHidden())
-        m_sysMenu->popup(m_menuPos);
+        m_sysMenu->popup(m_menuPos - QPoint(0, m_sysMenu->sizeHint().height()));
     else
         m_sysMenu->hide();
 }
