@@ -5,13 +5,13 @@
 # min / median / max for both and the ratio of the medians (tideshell / Weston).
 #
 # Usage: bench/compare.sh [build-dir]      (default build-release, configured as Release)
-# Environment: ROUNDS (default 3), IDLE_SECONDS (default 30), FRAME_SECONDS (default 5),
+# Environment: ROUNDS (default 3), IDLE_SECONDS (default 60), FRAME_SECONDS (default 5),
 #              SKEY_COUNT (default 200).
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=${1:-$root/build-release}
 rounds=${ROUNDS:-3}
-idle_s=${IDLE_SECONDS:-30}
+idle_s=${IDLE_SECONDS:-60}
 frame_s=${FRAME_SECONDS:-5}
 skey_n=${SKEY_COUNT:-200}
 
