@@ -94,8 +94,14 @@ void Compositor::listen()
     ProtocolGuard::install(m_compositor);
     GlobalVersions::install(m_compositor);
 
+    // Every change of the seat's keymap compiles it anew, which is the better part of
+    // start-up; the seat's first keymap already uses the default rules, model and layout,
+    // so only names that differ from those are set.
     QWaylandKeymap *keymap = m_compositor->defaultSeat()->keymap();
-    keymap->setRules(QStringLiteral("evdev"));
-    keymap->setModel(QStringLiteral("pc105"));
-    keymap->setLayout(m_baseLayout);
+    if (!qEnvironmentVariableIsEmpty("XKB_DEFAULT_RULES"))
+        keymap->setRules(QStringLiteral("evdev"));
+    if (!qEnvironmentVariableIsEmpty("XKB_DEFAULT_MODEL"))
+        keymap->setModel(QStringLiteral("pc105"));
+    if (m_baseLayout != QLatin1String("us") || !qEnvironmentVariableIsEmpty("XKB_DEFAULT_LAYOUT"))
+        keymap->setLayout(m_baseLayout);
 }

@@ -11,6 +11,7 @@
 #include <QLoggingCategory>
 #include <QQuickItem>
 #include <QQuickWindow>
+#include <QTimer>
 #include <QWidget>
 #include <QtWaylandCompositor/QWaylandInputMethodControl>
 #include <QtWaylandCompositor/QWaylandKeyboard>
@@ -107,9 +108,19 @@ InputRouter::~InputRouter() = default;
 
 void InputRouter::attach()
 {
-    // The keymap is the one KeyMapper indexes; characters it lacks get bound on demand in
-    // a layout of our own that includes it.
-    m_keys = std::make_unique<KeyMapper>(m_compositor->xkbExtraDir(), m_compositor->baseLayout());
+    // Compiling the key index's keymap takes about as long as the rest of the compositor's
+    // start; it is left until clients are being served.
+    QTimer::singleShot(1000, this, [this] { keys(); });
+}
+
+// The keymap is the one KeyMapper indexes; characters it lacks get bound on demand in a
+// layout of our own that includes it.
+KeyMapper &InputRouter::keys()
+{
+    if (!m_keys)
+        m_keys =
+            std::make_unique<KeyMapper>(m_compositor->xkbExtraDir(), m_compositor->baseLayout());
+    return *m_keys;
 }
 
 // Windows that must not take the focus (the bar, the soft keyboard) can still be activated
@@ -205,7 +216,7 @@ void InputRouter::sendClientKey(int qtKey, const QString &text, Qt::KeyboardModi
     Qt::KeyboardModifiers state = modifiers & (Qt::ControlModifier | Qt::AltModifier);
     if (qtKey < Qt::Key_Escape && ucs4 >= 0x20) {
         // A character decides the Shift state itself: "@" is Shift and the "2" key.
-        key = m_keys->keyForCharacter(ucs4);
+        key = keys().keyForCharacter(ucs4);
         if (!key.isValid()) {
             if (isPress)
                 commitText(text);
@@ -214,7 +225,7 @@ void InputRouter::sendClientKey(int qtKey, const QString &text, Qt::KeyboardModi
         if (key.shift)
             state |= Qt::ShiftModifier;
     } else {
-        key = m_keys->keyForQtKey(qtKey);
+        key = keys().keyForQtKey(qtKey);
         state |= modifiers & Qt::ShiftModifier;
         if (!key.isValid()) {
             // A key the layout lacks (F13 on "us", say) is bound like a character.
@@ -266,13 +277,13 @@ void InputRouter::commitText(const QString &text)
 void InputRouter::sendExtraKeysym(uint keysym, bool press, bool release)
 {
     QString variant;
-    const KeyMapper::Key key = m_keys->bindExtraKeysym(keysym, &variant);
+    const KeyMapper::Key key = keys().bindExtraKeysym(keysym, &variant);
     if (!key.isValid())
         return;
     // The seat sends every client the new keymap before the key, as long as no key it knows
     // of is down.
     QWaylandSeat *seat = m_compositor->seat();
-    seat->keymap()->setLayout(m_keys->layoutName());
+    seat->keymap()->setLayout(keys().layoutName());
     seat->keymap()->setVariant(variant);
     if (press)
         seat->keyboard()->sendKeyPressEvent(key.keycode);

@@ -59,6 +59,7 @@ private:
     // Binds the keysym to a spare key, switches the seat to the keymap with that binding and
     // presses and/or releases the key.
     void sendExtraKeysym(uint keysym, bool press, bool release);
+    KeyMapper &keys();
     void handleFocusWindowChanged(QWindow *window);
     QWindow *windowAt(const QPoint &pos) const;
 

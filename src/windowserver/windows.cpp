@@ -7,7 +7,9 @@
 #include <QGuiApplication>
 #include <QLoggingCategory>
 #include <QQuickWindow>
+#include <QSGRendererInterface>
 #include <QScreen>
+#include <QtWaylandCompositor/QWaylandBufferRef>
 #include <QtWaylandCompositor/QWaylandQuickOutput>
 #include <QtWaylandCompositor/QWaylandQuickShellSurfaceItem>
 #include <QtWaylandCompositor/QWaylandSeat>

@@ -139,12 +139,18 @@ static void dispatch_until(const int *counter, int target)
             wl_display_cancel_read(display);
             break;
         }
-        if (wl_display_flush(display) < 0 && errno != EAGAIN) {
-            wl_display_cancel_read(display);
-            finish(2);
+        // Requests the socket could not take yet (a flood of them) must still go out: wait
+        // for room as well as for events.
+        short events = POLLIN;
+        if (wl_display_flush(display) < 0) {
+            if (errno != EAGAIN) {
+                wl_display_cancel_read(display);
+                finish(2);
+            }
+            events |= POLLOUT;
         }
         const int64_t left = deadline - now_ms();
-        struct pollfd pfd = {wl_display_get_fd(display), POLLIN, 0};
+        struct pollfd pfd = {wl_display_get_fd(display), events, 0};
         const int ready = left > 0 ? poll(&pfd, 1, (int)left) : 0;
         if (ready <= 0) {
             wl_display_cancel_read(display);
@@ -152,6 +158,10 @@ static void dispatch_until(const int *counter, int target)
                 continue;
             printf("no answer from the shell\n");
             finish(3);
+        }
+        if (!(pfd.revents & (POLLIN | POLLHUP | POLLERR))) {
+            wl_display_cancel_read(display); // room to write, nothing to read yet
+            continue;
         }
         if (wl_display_read_events(display) < 0 || wl_display_dispatch_pending(display) < 0)
             finish(2);

@@ -7,7 +7,9 @@
 #include "windowserver.h"
 
 #include <QLineEdit>
+#include <QProcess>
 #include <QPushButton>
+#include <QQuickWindow>
 #include <QSignalSpy>
 
 #include <xkbcommon/xkbcommon.h>
@@ -47,6 +49,7 @@ private slots:
     void pointerGoesToTheWindowUnderIt();
     void pointerStaysWithTheWindowThatGotThePress();
     void noFocusWindowsNeverKeepTheFocus();
+    void clientContentIsShown();
 
 private:
     WindowServer m_server;
@@ -196,6 +199,41 @@ void TestWindowServer::noFocusWindowsNeverKeepTheFocus()
     m_server.sendKeyEvent('q', Qt::Key_Q, Qt::NoModifier, true, false);
     m_server.sendKeyEvent('q', Qt::Key_Q, Qt::NoModifier, false, false);
     QCOMPARE(edit.text(), "q");
+}
+
+// A real client's window, painted by the desktop view from the client's own buffer.
+void TestWindowServer::clientContentIsShown()
+{
+    const QColor desktop(51, 153, 128);
+    m_server.setDesktopColor(desktop);
+    m_server.showDesktop();
+    QQuickWindow *view = nullptr;
+    for (QWindow *w : QGuiApplication::topLevelWindows())
+        view = view ? view : qobject_cast<QQuickWindow *>(w);
+    QVERIFY(view);
+    QVERIFY(QTest::qWaitForWindowExposed(view));
+
+    QRect frame;
+    connect(&m_server, &WindowServer::windowEvent, this,
+            [&frame](ClientWindow *w, WindowServer::WindowEvent e) {
+                if (e == WindowServer::Show || e == WindowServer::Geometry)
+                    frame = w->geometry();
+            });
+    QProcess client;
+    QProcessEnvironment env = m_server.clientEnvironment();
+    env.insert("QT_QPA_PLATFORM", "wayland");
+    client.setProcessEnvironment(env);
+    client.start(qEnvironmentVariable("TIDE_TEST_CLIENT"), {});
+    QTRY_VERIFY_WITH_TIMEOUT(frame.width() > 100, 10000);
+
+    // The client's light window background covers the desktop colour where the window is,
+    // and only there.
+    QImage screen;
+    QTRY_VERIFY_WITH_TIMEOUT(
+        (screen = view->grabWindow(), qGray(screen.pixel(frame.center())) > 200), 5000);
+    QCOMPARE(screen.pixelColor(frame.center() + QPoint(0, frame.height())), desktop);
+    client.kill();
+    client.waitForFinished();
 }
 
 int main(int argc, char **argv)
