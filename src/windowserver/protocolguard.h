@@ -6,7 +6,7 @@ class QWaylandCompositor;
 class QWaylandXdgSurface;
 
 // Requests that QtWaylandCompositor takes on trust although the protocol forbids them. Each
-// one is answered with the protocol error the specification of the request names, which
+// one is answered with the protocol error the protocol names for it, which
 // disconnects the client before the request can do harm.
 namespace ProtocolGuard {
 void install(QWaylandCompositor *compositor);
