@@ -17,6 +17,8 @@
 #include <QtWaylandCompositor/QWaylandXdgDecorationManagerV1>
 #include <QtWaylandCompositor/QWaylandXdgShell>
 
+#include <wayland-server-core.h>
+
 namespace {
 
 // Platforms without a GPU render the desktop with Qt Quick's software renderer; only eglfs
@@ -47,6 +49,8 @@ Compositor::Compositor(const QString &socketName, QObject *parent)
 
 Compositor::~Compositor()
 {
+    if (m_guard)
+        wl_protocol_logger_destroy(m_guard);
     delete m_compositor;
     delete m_view;
 }
@@ -91,7 +95,7 @@ void Compositor::listen()
 
     m_compositor->create();
     decorations->initialize();
-    ProtocolGuard::install(m_compositor);
+    m_guard = ProtocolGuard::install(m_compositor);
     GlobalVersions::install(m_compositor);
 
     // Every change of the seat's keymap compiles it anew, which is the better part of

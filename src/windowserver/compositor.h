@@ -11,6 +11,7 @@ class QWaylandSeat;
 class QWaylandXdgShell;
 class TextInputManagerV3;
 struct wl_display;
+struct wl_protocol_logger;
 
 // The protocol side of the window server: the Wayland display with its socket, the output
 // that is the desktop view, the seat, and the globals clients bind (xdg-shell, decorations,
@@ -52,5 +53,6 @@ private:
     QWaylandQuickCompositor *m_compositor = nullptr;
     QWaylandQuickOutput *m_output = nullptr;
     QWaylandXdgShell *m_xdgShell = nullptr;
+    wl_protocol_logger *m_guard = nullptr;
     TextInputManagerV3 *m_textInputV3 = nullptr;
 };

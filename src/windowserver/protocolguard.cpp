@@ -57,7 +57,7 @@ void ProtocolGuard::setRoleCheck(std::function<bool(QWaylandXdgSurface *)> hasRo
     s_hasRole = std::move(hasRole);
 }
 
-void ProtocolGuard::install(QWaylandCompositor *compositor)
+wl_protocol_logger *ProtocolGuard::install(QWaylandCompositor *compositor)
 {
-    wl_display_add_protocol_logger(compositor->display(), checkRequest, nullptr);
+    return wl_display_add_protocol_logger(compositor->display(), checkRequest, nullptr);
 }
