@@ -9,9 +9,9 @@
 #include <QMetaMethod>
 #include <QMouseEvent>
 #include <QProxyStyle>
-#include <QStyleOption>
 #include <QPushButton>
 #include <QStyle>
+#include <QStyleOption>
 #include <QWindow>
 
 namespace {
