@@ -107,10 +107,10 @@ private:
     QColor m_pendingTextColor;             // invalid: none
     QTimer *m_clockTimer = nullptr;
     ControlChannel *m_ctrlPort = nullptr;
-    // Top-level and without parent; it lives as long as the process and is never deleted.
+    // Top-level and without parent; deleted with the bar.
     QwsKeyBoardWidget *m_keyboard = nullptr;
     QMap<QString, LabelEntry> m_labels;
-    // The system menu's style; never deleted, like the keyboard.
+    // The system menu's style; deleted with the bar, after the menu.
     QTMyIconStyle *m_iconStyle = nullptr;
     QMenu *m_sysMenu = nullptr;
     QMenu *m_programMenu = nullptr;

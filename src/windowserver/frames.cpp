@@ -32,6 +32,12 @@ void WindowFrame::setMaximized(bool maximized)
     update();
 }
 
+void WindowFrame::placeAbove(const QRect &window)
+{
+    setPosition(QPointF(window.x(), window.y() - Height));
+    setWidth(window.width());
+}
+
 QRectF WindowFrame::buttonRect(int index) const
 {
     return QRectF(width() - (index + 1) * ButtonWidth, 0, ButtonWidth, Height);

@@ -20,6 +20,8 @@ public:
     void setTitle(const QString &title);
     void setActive(bool active);
     void setMaximized(bool maximized);
+    // Puts the frame right above the window's rectangle (in the item's coordinates), as wide.
+    void placeAbove(const QRect &window);
 
     // Told what the user asked for; a move comes with the distance dragged.
     std::function<void(Action, QPointF)> onAction;

@@ -234,9 +234,7 @@ void WindowManager::updateFrame(WindowEntry *entry)
         return;
     entry->frame->setVisible(!entry->toplevel->fullscreen());
     entry->frame->setMaximized(entry->toplevel->maximized());
-    const QRect frame = frameOf(entry);
-    entry->frame->setPosition(QPointF(frame.x(), frame.y() - WindowFrame::Height));
-    entry->frame->setWidth(frame.width());
+    entry->frame->placeAbove(frameOf(entry));
 }
 
 void WindowManager::handleFrameAction(WindowEntry *entry, WindowFrame::Action action, QPointF delta)
@@ -264,11 +262,12 @@ void WindowManager::handleFrameAction(WindowEntry *entry, WindowFrame::Action ac
     case WindowFrame::Action::Move: {
         // The frame stays reachable: its top inside the maximum window rectangle.
         QPointF pos = entry->item->position() + delta;
-        const int frameTop = frameOf(entry).top() - WindowFrame::Height;
+        const QRect window = frameOf(entry);
+        const int frameTop = window.top() - WindowFrame::Height;
         pos.setY(qBound(qreal(m_maxRect.top() - frameTop), pos.y(),
                         qreal(m_maxRect.bottom() - WindowFrame::Height - frameTop)));
-        pos.setX(qBound(qreal(m_maxRect.left() - frameOf(entry).right()), pos.x(),
-                        qreal(m_maxRect.right() - frameOf(entry).left())));
+        pos.setX(qBound(qreal(m_maxRect.left() - window.right()), pos.x(),
+                        qreal(m_maxRect.right() - window.left())));
         entry->item->setPosition(pos);
         break;
     }
@@ -442,10 +441,8 @@ QQuickItem *WindowManager::itemFor(QWaylandSurface *surface) const
 void WindowManager::updateGeometry(WindowEntry *entry)
 {
     const QRect frame = frameOf(entry);
-    if (entry->frame) {
-        entry->frame->setPosition(QPointF(frame.x(), frame.y() - WindowFrame::Height));
-        entry->frame->setWidth(frame.width());
-    }
+    if (entry->frame)
+        entry->frame->placeAbove(frame);
     const QRect geometry(entry->item->position().toPoint() + frame.topLeft(), frame.size());
     if (geometry == entry->window->m_geometry)
         return;
