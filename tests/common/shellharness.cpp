@@ -297,6 +297,17 @@ void ShellHarness::tap(int unicode, int keycode)
     key(unicode, keycode, false);
 }
 
+void ShellHarness::pointer(const QPoint &at, int buttons) const
+{
+    send(QStringLiteral("smouse %1,%2,%3,0").arg(at.x()).arg(at.y()).arg(buttons).toUtf8());
+}
+
+void ShellHarness::click(const QPoint &at, int button) const
+{
+    pointer(at, button);
+    pointer(at, 0);
+}
+
 bool ShellHarness::waitForWindowGeometry(const QRect &g, int timeoutMs, int from)
 {
     const QRegularExpression re(QStringLiteral("window \\d+ \\w+ x=%1 y=%2 w=%3 h=%4 ")

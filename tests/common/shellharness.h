@@ -84,6 +84,10 @@ public:
     void send(const QByteArray &datagram) const;
     void key(int unicode, int keycode, bool press);
     void tap(int unicode, int keycode); // press then release
+    // The pointer moved to `at`, a button pressed and released there (1 left, 2 right), as a
+    // finger on the touch screen gives them.
+    void pointer(const QPoint &at, int buttons) const;
+    void click(const QPoint &at, int button = 1) const;
 
     // Waits for the shell to log a window event with this geometry, from line `from` on.
     bool waitForWindowGeometry(const QRect &geometry, int timeoutMs = 10000, int from = 0);

@@ -39,13 +39,6 @@ inline QRect waitForNext(LineProcess &shell, const QRegularExpression &re, int b
     return QRect();
 }
 
-// A press and a release of the left button, as a finger on the touch screen gives them.
-inline void click(ShellHarness &h, const QPoint &p)
-{
-    h.send(QStringLiteral("smouse %1,%2,1,0").arg(p.x()).arg(p.y()).toUtf8());
-    h.send(QStringLiteral("smouse %1,%2,0,0").arg(p.x()).arg(p.y()).toUtf8());
-}
-
 inline bool writeFile(const QString &path, const QByteArray &content, bool executable = false)
 {
     QFile f(path);

@@ -89,7 +89,7 @@ void TestDateTime::dateLabelOpensDialog()
     QVERIFY(startShell(h));
 
     const QDateTime opened = QDateTime::currentDateTime().addSecs(-1);
-    click(h, dateLabel);
+    h.click(dateLabel);
     const QRect dialog = waitForNext(h.shell(), serverWindow("Show", "\\S*", dialogTitle), 0);
     QVERIFY(!dialog.isEmpty());
     // Six spin boxes of at least 55 x 92 side by side, whole on the screen.
@@ -122,14 +122,14 @@ void TestDateTime::innerCommandOpensDialog()
     QVERIFY(startShell(h));
     const QRegularExpression menu = serverWindow("Show", "QMenuClassWindow");
 
-    click(h, startButton);
+    h.click(startButton);
     const QRect root = waitForNext(h.shell(), menu, 0);
     QVERIFY(!root.isEmpty());
     // The second of its four items: the setting sub-menu, holding the one entry.
-    click(h, QPoint(root.center().x(), root.y() + root.height() * 3 / 8));
+    h.click(QPoint(root.center().x(), root.y() + root.height() * 3 / 8));
     const QRect settings = waitForNext(h.shell(), menu, 1);
     QVERIFY(!settings.isEmpty());
-    click(h, settings.center());
+    h.click(settings.center());
 
     QVERIFY(!waitForNext(h.shell(), serverWindow("Show", "\\S*", dialogTitle), 0).isEmpty());
     QVERIFY(h.shell().hasLine(

@@ -54,25 +54,14 @@ QRect waitForServerWindow(ShellHarness &h, const char *event, const char *window
     return last;
 }
 
-void pointer(ShellHarness &h, const QPoint &p, bool down)
-{
-    h.send(QStringLiteral("smouse %1,%2,%3,0").arg(p.x()).arg(p.y()).arg(down ? 1 : 0).toLatin1());
-}
-
-void tapAt(ShellHarness &h, const QPoint &p)
-{
-    pointer(h, p, true);
-    pointer(h, p, false);
-}
-
 // A finger put down at `from`, slid to `to` in a few steps and lifted there.
 void dragBy(ShellHarness &h, const QPoint &from, const QPoint &displacement)
 {
     constexpr int Steps = 4;
-    pointer(h, from, true);
+    h.pointer(from, 1);
     for (int i = 1; i <= Steps; ++i)
-        pointer(h, from + displacement * i / Steps, true);
-    pointer(h, from + displacement, false);
+        h.pointer(from + displacement * i / Steps, 1);
+    h.pointer(from + displacement, 0);
 }
 
 // The keyboard's place on the screen as the shell has it now: hiding and showing it again
@@ -157,7 +146,7 @@ void TestE2eKeyboard::typeKeys(ShellHarness &h, const QRect &keyboard,
                                const QList<const char *> &names)
 {
     for (const char *name : names)
-        tapAt(h, centreOf(keyboard, name));
+        h.click(centreOf(keyboard, name));
 }
 
 QPoint TestE2eKeyboard::keyboardButton(const QRect &bar) const
@@ -178,7 +167,7 @@ void TestE2eKeyboard::typesEnglishThenPinyinIntoFocusedClient()
     h.send("topen");
     const QRect bar = waitForServerWindow(h, "Show", BarWindow, 2);
     QVERIFY(bar.isValid());
-    tapAt(h, keyboardButton(bar));
+    h.click(keyboardButton(bar));
     const QRect keyboard = waitForServerWindow(h, "Show", KeyboardWindow, 1);
     QVERIFY(keyboard.isValid());
 
@@ -240,7 +229,7 @@ void TestE2eKeyboard::showAndHide()
 
     for (const QString &step : std::as_const(steps)) {
         if (step == QLatin1String("button"))
-            tapAt(h, keyboardButton(bar));
+            h.click(keyboardButton(bar));
         else
             h.send(step.toLatin1());
     }

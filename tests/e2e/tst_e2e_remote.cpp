@@ -27,14 +27,6 @@ QProcessEnvironment labelLogging()
     return env;
 }
 
-void click(const ShellHarness &h, const QPoint &at, int button = 1)
-{
-    const QByteArray pos = QByteArray::number(at.x()) + ',' + QByteArray::number(at.y());
-    h.send("smouse " + pos + ",0,0");
-    h.send("smouse " + pos + ',' + QByteArray::number(button) + ",0");
-    h.send("smouse " + pos + ",0,0");
-}
-
 QByteArray receive(QUdpSocket &socket, int timeoutMs)
 {
     if (!socket.hasPendingDatagrams() && !socket.waitForReadyRead(timeoutMs))
@@ -118,7 +110,7 @@ void TestRemote::labelClicksAreReportedToTheirCreator()
                             {"--port", QString::number(h.controlPort()), "--wait", "--count", "2",
                              "taddlabel", "wifi," + wideText});
     QVERIFY(h.shell().waitForLine("tideshell.titlebar: label added wifi"));
-    click(h, barMiddle);
+    h.click(barMiddle);
     QVERIFY(tidectl.waitForLine("clicked:wifi"));
 
     // The same name from another program only changes the text; reports stay with the first.
@@ -128,7 +120,7 @@ void TestRemote::labelClicksAreReportedToTheirCreator()
                         h.controlPort());
     QVERIFY(h.shell().waitForLine("tideshell.titlebar: label text wifi"));
     // A right-button tap counts as a click too.
-    click(h, barMiddle, 2);
+    h.click(barMiddle, 2);
     QVERIFY(tidectl.process().waitForFinished(5000));
     QCOMPARE(tidectl.process().exitCode(), 0);
     QCOMPARE(tidectl.countLines(QRegularExpression("^clicked:wifi$")), 2);
@@ -140,11 +132,11 @@ void TestRemote::labelClicksAreReportedToTheirCreator()
     h.send("tdellabel wifi");
     owner.writeDatagram("taddlabel gone," + wideText, QHostAddress::LocalHost, h.controlPort());
     QVERIFY(h.shell().waitForLine("tideshell.titlebar: label added gone"));
-    click(h, barMiddle);
+    h.click(barMiddle);
     QCOMPARE(receive(owner, 3000), QByteArray("clicked:gone"));
     h.send("tdellabel gone");
     QVERIFY(h.shell().waitForLine("tideshell.titlebar: label removed gone"));
-    click(h, barMiddle);
+    h.click(barMiddle);
     QVERIFY(receive(owner, 500).isEmpty());
 }
 
@@ -167,12 +159,12 @@ void TestRemote::injectedKeysAndPointerReachAClient()
     // Two moves inside the window: the client sees the pointer move by the same amount.
     const QRegularExpression motion("^motion time: \\d+, x: ([\\d.]+), y: ([\\d.]+)$");
     const QPoint first = origin + QPoint(100, 80);
-    h.send(QStringLiteral("smouse %1,%2,0,0").arg(first.x()).arg(first.y()).toUtf8());
+    h.pointer(first, 0);
     const QRegularExpressionMatch m1 = demo->waitForLine(motion);
     QVERIFY(m1.hasMatch());
     const QPointF local(m1.captured(1).toDouble(), m1.captured(2).toDouble());
     const QPoint second = first + QPoint(30, 20);
-    h.send(QStringLiteral("smouse %1,%2,0,0").arg(second.x()).arg(second.y()).toUtf8());
+    h.pointer(second, 0);
     const QPointF expected = local + QPointF(30, 20);
     QVERIFY(
         demo->waitForLine(QRegularExpression(QStringLiteral("^motion .* x: %1\\.0+, y: %2\\.0+$")
@@ -181,10 +173,8 @@ void TestRemote::injectedKeysAndPointerReachAClient()
             .hasMatch());
 
     // Left and right buttons at that spot, and a wheel turn.
-    h.send(QStringLiteral("smouse %1,%2,1,0").arg(second.x()).arg(second.y()).toUtf8());
-    h.send(QStringLiteral("smouse %1,%2,0,0").arg(second.x()).arg(second.y()).toUtf8());
-    h.send(QStringLiteral("smouse %1,%2,2,0").arg(second.x()).arg(second.y()).toUtf8());
-    h.send(QStringLiteral("smouse %1,%2,0,0").arg(second.x()).arg(second.y()).toUtf8());
+    h.click(second);
+    h.click(second, 2);
     const QString at = QStringLiteral("x: %1, y: %2$").arg(expected.x()).arg(expected.y());
     QVERIFY(demo->waitForLine(QRegularExpression("button: 272, state: pressed, " + at)).hasMatch());
     QVERIFY(
@@ -277,7 +267,7 @@ void TestRemote::burstOfDatagrams()
     QVERIFY(owner.bind(QHostAddress::LocalHost, 0));
     owner.writeDatagram("taddlabel last," + wideText, QHostAddress::LocalHost, h.controlPort());
     QVERIFY(h.shell().waitForLine("tideshell.titlebar: label added last"));
-    click(h, barMiddle);
+    h.click(barMiddle);
     QCOMPARE(receive(owner, 3000), QByteArray("clicked:last"));
     LineProcess *client = h.startQtClient();
     QVERIFY(client);
@@ -316,8 +306,7 @@ void TestRemote::lockedDownPort()
     h.send("topen");
     QVERIFY(h.shell().waitForLine(barShown, 10000, mark).hasMatch());
     const int shownMark = h.shell().mark();
-    h.send("smouse 24,456,1,0");
-    h.send("smouse 24,456,0,0");
+    h.click(QPoint(24, 456));
     h.send("skey 1,2,3");
     h.send("ttextcolor 1,2");
     QVERIFY(h.shell().waitForLine("set title text color failed", 10000, shownMark));

@@ -168,7 +168,7 @@ void TestScreen::menuOnScreenAroundRunDialog()
     const int dialogs = m_shell.shell().countLines(dialogShown);
     const QRect again = openMenu(m_shell);
     QVERIFY2(covered(again), "the menu is not on the screen the second time");
-    click(m_shell, QPoint(again.center().x(), again.y() + again.height() * 5 / 8)); // run
+    m_shell.click(QPoint(again.center().x(), again.y() + again.height() * 5 / 8)); // run
     const QRect dialog = waitForNext(m_shell.shell(), dialogShown, dialogs);
     QVERIFY(dialog.isValid());
     QVERIFY2(covered(dialog), "the run dialog is not on the screen");
@@ -179,7 +179,7 @@ void TestScreen::menuOnScreenAroundRunDialog()
     m_shell.tap(27, Qt::Key_Escape);
     const int dialogsNow = m_shell.shell().countLines(dialogShown);
     const QRect reopened = openMenu(m_shell);
-    click(m_shell, QPoint(reopened.center().x(), reopened.y() + reopened.height() * 5 / 8));
+    m_shell.click(QPoint(reopened.center().x(), reopened.y() + reopened.height() * 5 / 8));
     QVERIFY2(covered(waitForNext(m_shell.shell(), dialogShown, dialogsNow)),
              "the run dialog is not on the screen the second time");
     m_shell.tap(27, Qt::Key_Escape);

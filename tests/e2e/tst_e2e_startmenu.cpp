@@ -96,7 +96,7 @@ QRect TestStartMenu::openMenuByPointer(ShellHarness &h)
     const QRegularExpression shown = serverWindow("Show", systemMenuName);
     const int before = h.shell().countLines(shown);
     h.send("topen");
-    click(h, startButton);
+    h.click(startButton);
     return waitForNext(h.shell(), shown, before);
 }
 
@@ -126,11 +126,11 @@ void TestStartMenu::programEntryStartsClient()
     if (byPointer) {
         const QRect menu = openMenuByPointer(h);
         QVERIFY(!menu.isEmpty());
-        click(h, menuItem(menu, Programs, MenuItems));
+        h.click(menuItem(menu, Programs, MenuItems));
         // The program sub-menu opens beside the system menu; it holds the one entry.
         const QRect sub = waitForNext(shell, menuShown, 1);
         QVERIFY(!sub.isEmpty());
-        click(h, sub.center());
+        h.click(sub.center());
     } else {
         h.tap(0, Qt::Key_F12);
         QVERIFY(!waitForNext(shell, menuShown, 0).isEmpty());
@@ -222,7 +222,7 @@ void TestStartMenu::runDialogStartsTypedCommand()
 
     const QRect menu = openMenuByPointer(h);
     QVERIFY(!menu.isEmpty());
-    click(h, menuItem(menu, Run, MenuItems));
+    h.click(menuItem(menu, Run, MenuItems));
     const QRect dialog = waitForNext(shell, serverWindow("Show", "SysRunDialogWindow"), 0);
     QVERIFY(!dialog.isEmpty());
     const QRect keyboard = waitForNext(shell, kbdShown, 0);
@@ -243,7 +243,7 @@ void TestStartMenu::runDialogStartsTypedCommand()
         for (QPushButton *b : kbd.findChildren<QPushButton *>())
             key = b->text() == letter ? b : key;
         QVERIFY2(key, qPrintable(letter));
-        click(h, keyboard.topLeft() + key->mapTo(&kbd, key->rect().center()));
+        h.click(keyboard.topLeft() + key->mapTo(&kbd, key->rect().center()));
     }
 
     if (okByTap) {
@@ -253,7 +253,7 @@ void TestStartMenu::runDialogStartsTypedCommand()
         QVERIFY(QTest::qWaitForWindowExposed(&copy));
         QCOMPARE(copy.size(), dialog.size());
         QPushButton *ok = copy.findChild<QDialogButtonBox *>()->button(QDialogButtonBox::Ok);
-        click(h, dialog.topLeft() + ok->mapTo(&copy, ok->rect().center()));
+        h.click(dialog.topLeft() + ok->mapTo(&copy, ok->rect().center()));
     } else {
         h.tap(13, Qt::Key_Return);
     }
@@ -286,7 +286,7 @@ void TestStartMenu::rebootOnlyOnYes()
 
     const QRect menu = openMenuByPointer(h);
     QVERIFY(!menu.isEmpty());
-    click(h, menuItem(menu, Reboot, MenuItems));
+    h.click(menuItem(menu, Reboot, MenuItems));
     QVERIFY(!waitForNext(shell, serverWindow("Show", "\\S*", "警告"), 0).isEmpty());
     const int key = answer == 27 ? int(Qt::Key_Escape) : answer - 'a' + Qt::Key_A;
     h.tap(answer, key);

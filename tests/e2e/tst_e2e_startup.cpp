@@ -233,8 +233,7 @@ void TestStartup::focusFollowsClicksAndClosedWindows()
 
     // A tap where only the maximised window is raises it and gives it the keys.
     int mark = h.shell().mark();
-    h.send("smouse 20,20,1,0");
-    h.send("smouse 20,20,0,0");
+    h.click(QPoint(20, 20));
     QVERIFY(
         h.shell().waitForLine(QRegularExpression("Raise .*title=below$"), 10000, mark).hasMatch());
     QVERIFY(
@@ -288,32 +287,27 @@ void TestStartup::framedWindowsAnswerTouch()
     // The frame lies above the window; its buttons from the right: close, maximise, to the back.
     const int right = shown.captured(1).toInt() + shown.captured(3).toInt();
     const int frameY = shown.captured(2).toInt() - 18;
-    auto touch = [&h](int x, int y) {
-        const QByteArray at = QByteArray::number(x) + ',' + QByteArray::number(y);
-        h.send("smouse " + at + ",1,0");
-        h.send("smouse " + at + ",0,0");
-    };
     auto button = [right](int index) { return right - 24 - 48 * index; };
 
     // The window on top goes to the back, and the one it covered takes the keys.
     int mark = h.shell().mark();
-    touch(button(2), frameY);
+    h.click(QPoint(button(2), frameY));
     QVERIFY(
         h.shell().waitForLine(QRegularExpression("Active .*title=first$"), 10000, mark).hasMatch());
     h.tap('a', 'A');
     QVERIFY(first->waitForLine("text a"));
 
     // Maximised, the window and its frame fill the client area; the frame restores it.
-    touch(button(1), frameY);
+    h.click(QPoint(button(1), frameY));
     QVERIFY(first->waitForLine("size 800 396"));
     QVERIFY(h.waitForWindowGeometry(QRect(0, 36, 800, 396)));
     mark = h.shell().mark();
-    touch(800 - 24 - 48, 18);
+    h.click(QPoint(800 - 24 - 48, 18));
     const QRect restored(shown.captured(1).toInt(), shown.captured(2).toInt(),
                          shown.captured(3).toInt(), 200);
     QVERIFY(h.waitForWindowGeometry(restored, 10000, mark));
 
-    touch(button(0), frameY);
+    h.click(QPoint(button(0), frameY));
     QTRY_COMPARE_WITH_TIMEOUT(first->process().state(), QProcess::NotRunning, 10000);
     QCOMPARE(second->process().state(), QProcess::Running);
 }
@@ -328,11 +322,9 @@ void TestStartup::clientMenusOpenAndClose()
         h.shell().waitForLine(QRegularExpression("window \\d+ Show x=(\\d+) y=(\\d+) "));
     QVERIFY(shown.hasMatch());
     const QPoint inside(shown.captured(1).toInt() + 150, shown.captured(2).toInt() + 150);
-    const QByteArray at = QByteArray::number(inside.x()) + ',' + QByteArray::number(inside.y());
 
     // A right click opens the client's menu; the keys then go to it.
-    h.send("smouse " + at + ",2,0");
-    h.send("smouse " + at + ",0,0");
+    h.click(inside, 2);
     // The menu opens under the resting pointer, which the shell then moves into it; keys
     // sent before that would race the pointer.
     QVERIFY(client->waitForLine("popup pointer in"));
@@ -346,11 +338,9 @@ void TestStartup::clientMenusOpenAndClose()
     QVERIFY(lines.indexOf("popup pointer out") > lines.indexOf("popup hidden"));
 
     // Opened again, a press outside it closes it.
-    h.send("smouse " + at + ",2,0");
-    h.send("smouse " + at + ",0,0");
+    h.click(inside, 2);
     QTRY_COMPARE_WITH_TIMEOUT(client->countLines(QRegularExpression("^popup shown$")), 2, 10000);
-    h.send("smouse 5,5,1,0");
-    h.send("smouse 5,5,0,0");
+    h.click(QPoint(5, 5));
     QTRY_COMPARE_WITH_TIMEOUT(client->countLines(QRegularExpression("^popup hidden$")), 2, 10000);
     QCOMPARE(client->countLines(QRegularExpression("^popup triggered")), 1);
 }
