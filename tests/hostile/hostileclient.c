@@ -149,13 +149,19 @@ static void dispatch_until(const int *counter, int target)
             }
             events |= POLLOUT;
         }
+        // A client whose events overflowed the shell's buffer loses them and is dropped, but
+        // only when it next sends something: after a second of silence, ask for a sync.
         const int64_t left = deadline - now_ms();
         struct pollfd pfd = {wl_display_get_fd(display), events, 0};
-        const int ready = left > 0 ? poll(&pfd, 1, (int)left) : 0;
+        const int ready = left > 0 ? poll(&pfd, 1, left < 1000 ? (int)left : 1000) : 0;
         if (ready <= 0) {
             wl_display_cancel_read(display);
             if (ready < 0 && errno == EINTR)
                 continue;
+            if (left > 0) {
+                wl_display_sync(display);
+                continue;
+            }
             printf("no answer from the shell\n");
             finish(3);
         }
