@@ -1,6 +1,7 @@
 #include "controlchannel.h"
 
 #include <QLoggingCategory>
+#include <QNetworkProxy>
 #include <QSocketNotifier>
 #include <QUdpSocket>
 
@@ -53,6 +54,9 @@ ControlChannel::ControlChannel(const ShellSettings &settings, QObject *parent)
     // A lock-down whose addresses are all wrong binds nothing rather than everything.
     for (const QHostAddress &address : std::as_const(addresses)) {
         auto *socket = new QUdpSocket(this);
+        // Datagrams go straight to their receivers. Asking whether a proxy applies would start
+        // the system's proxy lookup, a thread of its own and a good part of start-up.
+        socket->setProxy(QNetworkProxy::NoProxy);
         if (!socket->bind(address, m_port, mode)) {
             qCWarning(lcRemote).noquote() << "control port" << address.toString() << m_port
                                           << "not bound:" << socket->errorString();

@@ -58,8 +58,6 @@ TitleBarWidget::TitleBarWidget(const ShellSettings &settings, QWidget *parent)
     m_ctrlPort = new ControlChannel(settings, this);
     connect(m_ctrlPort, &ControlChannel::readyRead, this, &TitleBarWidget::onCtrlSockActivated);
 
-    m_keyboard = new QwsKeyBoardWidget(nullptr);
-
     // The bar follows every window event but keeps no list of client windows.
     if (WindowServer *server = WindowServer::instance()) {
         connect(server, &WindowServer::windowEvent, this, &TitleBarWidget::onWindowEvent);
@@ -77,11 +75,6 @@ TitleBarWidget::TitleBarWidget(const ShellSettings &settings, QWidget *parent)
     // system menu opens, is the bar's top edge and the open menu leaves the bar uncovered.
     ui->sysStartBtn->setSizePolicy(ui->sysStartBtn->sizePolicy().horizontalPolicy(),
                                    QSizePolicy::Preferred);
-
-    m_keyboard->hide();
-    m_keyboard->installEventFilter(this);
-    connect(m_keyboard, &QwsKeyBoardWidget::newKeyEvent, this, &TitleBarWidget::onSftKbdKeyPressed);
-    connect(m_keyboard, &QwsKeyBoardWidget::newString, this, &TitleBarWidget::onSftKbdNewString);
 
     connect(ui->dateLabel, &CustomLabel::clicked, this, &TitleBarWidget::onDateLabelClicked);
     connect(ui->ipLabel, &CustomLabel::clicked, this, &TitleBarWidget::onIpLabelClicked);
@@ -102,6 +95,9 @@ TitleBarWidget::TitleBarWidget(const ShellSettings &settings, QWidget *parent)
     onTimeOut();
 
     buildSystemMenu(settings.startMenuDir);
+    // Clients are served as soon as the bar exists. The menu is sized when it first opens
+    // (that loads the fonts of its captions); the keyboard and the run dialog take some
+    // megabytes and are made when first asked for.
 
     // Laid out once at the bottom, then hidden: the whole screen starts free for clients.
     position = TitleBarBottom;
@@ -160,9 +156,22 @@ void TitleBarWidget::onInnerCommand(QString name, QStringList, QString)
         onDateLabelClicked();
 }
 
+QwsKeyBoardWidget *TitleBarWidget::keyboard()
+{
+    if (!m_keyboard) {
+        m_keyboard = new QwsKeyBoardWidget(nullptr);
+        m_keyboard->installEventFilter(this);
+        connect(m_keyboard, &QwsKeyBoardWidget::newKeyEvent, this,
+                &TitleBarWidget::onSftKbdKeyPressed);
+        connect(m_keyboard, &QwsKeyBoardWidget::newString, this,
+                &TitleBarWidget::onSftKbdNewString);
+    }
+    return m_keyboard;
+}
+
 void TitleBarWidget::onSftKbdBtnClicked()
 {
-    m_keyboard->setVisible(m_keyboard->isHidden());
+    keyboard()->setVisible(keyboard()->isHidden());
 }
 
 void TitleBarWidget::onIpLabelClicked()
@@ -218,7 +227,7 @@ bool TitleBarWidget::eventFilter(QObject *watched, QEvent *event)
 // cover it is put against the bar's inner edge instead.
 void TitleBarWidget::keepKeyboardOffBar()
 {
-    if (!isVisible() || !m_keyboard->isVisible())
+    if (!isVisible() || !m_keyboard || !m_keyboard->isVisible())
         return;
     QRect keyboard = m_keyboard->frameGeometry();
     if (!keyboard.intersects(geometry()))
@@ -356,14 +365,15 @@ void TitleBarWidget::runControlCommand(const ControlCommand &cmd, const QHostAdd
         // -1 steps to the next method, 0 is English, 1 pinyin; any other number would leave
         // a keyboard that types nothing, so it only shows the keyboard.
         if (cmd.methodGiven && cmd.method >= -1 && cmd.method <= 1)
-            m_keyboard->changeMethod(cmd.method);
-        m_keyboard->setVisible(true);
+            keyboard()->changeMethod(cmd.method);
+        keyboard()->setVisible(true);
         break;
     case ControlCommand::KbdHide:
-        m_keyboard->setVisible(false);
+        if (m_keyboard)
+            m_keyboard->hide();
         break;
     case ControlCommand::KbdToggle:
-        m_keyboard->setVisible(m_keyboard->isHidden());
+        keyboard()->setVisible(keyboard()->isHidden());
         break;
     case ControlCommand::AddLabel:
         // A label added now keeps its own colours: the colour asked for before it goes to
@@ -547,21 +557,37 @@ void TitleBarWidget::buildSystemMenu(const QString &root)
                                  QStringLiteral("重启"), m_sysMenu);
     connect(m_rebootAction, &QAction::triggered, this, &TitleBarWidget::onSysMenuRebootTrigger);
     m_sysMenu->addAction(m_rebootAction);
-    // Its real height, so the menu opens with its lower edge on the start button.
-    m_sysMenu->adjustSize();
+}
 
-    m_runDialog = new SysRunDialog(this);
-    m_runDialog->setModal(false);
-    m_runDialog->setKeyboardWidget(m_keyboard);
-    connect(m_runDialog, &QDialog::accepted, this, &TitleBarWidget::onSysRunDialogAccepted);
+void TitleBarWidget::sizeSystemMenu()
+{
+    // Its real height, so the menu opens with its lower edge on the start button.
+    if (m_menuSized)
+        return;
+    m_menuSized = true;
+    m_sysMenu->adjustSize();
+    m_menuPos = menuPosition();
+}
+
+SysRunDialog *TitleBarWidget::runDialog()
+{
+    if (!m_runDialog) {
+        m_runDialog = new SysRunDialog(this);
+        m_runDialog->setModal(false);
+        m_runDialog->setKeyboardWidget(keyboard());
+        connect(m_runDialog, &QDialog::accepted, this, &TitleBarWidget::onSysRunDialogAccepted);
+    }
+    return m_runDialog;
 }
 
 void TitleBarWidget::on_sysStartBtn_clicked(bool checked)
 {
-    if (checked && m_sysMenu->isHidden())
+    if (checked && m_sysMenu->isHidden()) {
+        sizeSystemMenu();
         m_sysMenu->popup(m_menuPos);
-    else
+    } else {
         m_sysMenu->hide();
+    }
 }
 
 void TitleBarWidget::onSysMenuHidden()
@@ -572,17 +598,18 @@ void TitleBarWidget::onSysMenuHidden()
 
 void TitleBarWidget::onSysMenuRunTrigger()
 {
-    if (!m_runDialog->isVisible()) {
+    SysRunDialog *dialog = runDialog();
+    if (!dialog->isVisible()) {
         // Centred on the bar, as dialogs are on their parent, it would reach under the bar,
         // which stays on top and would cover its buttons; centred on the window area instead.
-        QRect frame(QPoint(), m_runDialog->sizeHint());
+        QRect frame(QPoint(), dialog->sizeHint());
         frame.moveCenter(
             clientAreaRect(QGuiApplication::primaryScreen()->size(), position).center());
-        m_runDialog->move(frame.topLeft());
+        dialog->move(frame.topLeft());
     }
     // Remembers whether the keyboard was up, clears the line, brings up the keyboard and
     // the dialog; nothing happens while the dialog is already open.
-    m_runDialog->showWithKeyboard();
+    dialog->showWithKeyboard();
 }
 
 void TitleBarWidget::onSysRunDialogAccepted()

@@ -92,6 +92,9 @@ private:
     // Where the system menu opens: its lower edge on the start button's top edge.
     QPoint menuPosition() const;
     void keepKeyboardOffBar();
+    QwsKeyBoardWidget *keyboard();
+    SysRunDialog *runDialog();
+    void sizeSystemMenu();
     void addLabel(const QString &name, const QString &text, const QHostAddress &sender,
                   quint16 senderPort);
     void deleteLabel(const QString &name);
@@ -107,7 +110,7 @@ private:
     QColor m_pendingTextColor;             // invalid: none
     QTimer *m_clockTimer = nullptr;
     ControlChannel *m_ctrlPort = nullptr;
-    // Top-level and without parent; deleted with the bar.
+    // Top-level and without parent; deleted with the bar. Built on first use (keyboard()).
     QwsKeyBoardWidget *m_keyboard = nullptr;
     QMap<QString, LabelEntry> m_labels;
     // The system menu's style; deleted with the bar, after the menu.
@@ -118,6 +121,7 @@ private:
     QAction *m_runAction = nullptr;
     QAction *m_rebootAction = nullptr;
     QPoint m_menuPos;
-    SysRunDialog *m_runDialog = nullptr;
+    bool m_menuSized = false;
+    SysRunDialog *m_runDialog = nullptr; // built on first use (runDialog())
     StartMenuManager *m_startMenu = nullptr;
 };
