@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
 # tideshell and Weston side by side on this machine, in interleaved rounds, each server with
 # its own runtime directory and socket. Weston runs headless with the pixman renderer at
-# 800 x 480 with its desktop shell and panel: the yardstick. Prints every figure as
-# min / median / max for both and the ratio of the medians (tideshell / Weston).
+# 800 x 480 with its desktop shell and panel: the yardstick. A third server, bench/qtfloor.cpp,
+# is the least any compositor on this Qt costs (same libraries, an empty Qt Quick output): it
+# shows which part of a gap is the toolkit's. Prints every figure as min / median / max and
+# the ratios of the medians to Weston's.
 #
 # Usage: bench/compare.sh [build-dir]      (default build-release, configured as Release)
 # Environment: ROUNDS (default 3), IDLE_SECONDS (default 60), FRAME_SECONDS (default 5),
@@ -52,6 +54,9 @@ launch() { # server platform [norecord]
         out=$(env XDG_RUNTIME_DIR="$dir" QT_QPA_PLATFORM="$platform" \
             TIDESHELL_CONTROL_PORT=$port "$tool" startup "$dir/$sock" -- \
             "$build/src/tideshell" -f --wayland-socket-name "$sock" 2>"$dir/log")
+    elif [ "$server" = qtfloor ]; then
+        out=$(env XDG_RUNTIME_DIR="$dir" QT_QPA_PLATFORM="$platform" "$tool" startup \
+            "$dir/$sock" -- "$build/bench/qtfloor" --wayland-socket-name "$sock" 2>"$dir/log")
     else
         out=$(env XDG_RUNTIME_DIR="$dir" "$tool" startup "$dir/$sock" -- weston \
             --backend=headless-backend.so --use-pixman --width=800 --height=480 \
@@ -117,10 +122,14 @@ frame_cost() { # figure server serverpid dir kind
 for round in $(seq "$rounds"); do
     echo "round $round of $rounds" >&2
     if [ $((round % 2)) -eq 1 ]; then order="tideshell weston"; else order="weston tideshell"; fi
-    for s in $order; do
+    offscreen="offscreen:configfile=$root/tests/screen-800x480.json"
+    for s in $order qtfloor; do
         if [ "$s" = tideshell ]; then
-            launch tideshell "offscreen:configfile=$root/tests/screen-800x480.json"
+            launch tideshell "$offscreen"
             tpid=$pid tdir=$dir
+        elif [ "$s" = qtfloor ]; then
+            launch qtfloor "$offscreen"
+            fpid=$pid
         else
             launch weston ""
             wpid=$pid wdir=$dir
@@ -132,11 +141,14 @@ for round in $(seq "$rounds"); do
     sleep 3
     record rss tideshell "$(awk -v k="$("$tool" rss "$tpid")" 'BEGIN { printf "%.1f", k / 1024 }')"
     record rss weston "$(awk -v k="$("$tool" rss "$wpid")" 'BEGIN { printf "%.1f", k / 1024 }')"
-    t0=$("$tool" ctxt "$tpid") w0=$("$tool" ctxt "$wpid")
+    record rss qtfloor "$(awk -v k="$("$tool" rss "$fpid")" 'BEGIN { printf "%.1f", k / 1024 }')"
+    t0=$("$tool" ctxt "$tpid") w0=$("$tool" ctxt "$wpid") f0=$("$tool" ctxt "$fpid")
     sleep "$idle_s"
-    t1=$("$tool" ctxt "$tpid") w1=$("$tool" ctxt "$wpid")
+    t1=$("$tool" ctxt "$tpid") w1=$("$tool" ctxt "$wpid") f1=$("$tool" ctxt "$fpid")
     record wakeups tideshell $(((t1 - t0) * 60 / idle_s))
     record wakeups weston $(((w1 - w0) * 60 / idle_s))
+    record wakeups qtfloor $(((f1 - f0) * 60 / idle_s))
+    stop "$fpid"
 
     for s in $order; do
         if [ "$s" = tideshell ]; then frame_cost shm tideshell "$tpid" "$tdir" shm
@@ -182,22 +194,23 @@ stats() {
 }
 median() { [ -f "$1" ] && sort -g "$1" | awk '{ v[NR] = $1 } END {
     print NR % 2 ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2 }'; }
+ratio() { # figure server: its median over Weston's
+    awk -v t="$(median "$work/fig.$1.$2" || true)" -v w="$(median "$work/fig.$1.weston" || true)" \
+        'BEGIN { if (t != "" && w != "" && w + 0 > 0) printf "%.2fx", t / w; else print "-" }'
+}
 row() { # figure label
-    local t w ratio
-    t=$(median "$work/fig.$1.tideshell" || true)
-    w=$(median "$work/fig.$1.weston" || true)
-    ratio=$(awk -v t="$t" -v w="$w" 'BEGIN { if (t != "" && w != "" && w + 0 > 0)
-        printf "%.2fx", t / w; else print "-" }')
-    printf '| %s | %s | %s | %s |\n' "$2" "$(stats "$work/fig.$1.tideshell")" \
-        "$(stats "$work/fig.$1.weston")" "$ratio"
+    printf '| %s | %s | %s | %s | %s | %s |\n' "$2" "$(stats "$work/fig.$1.tideshell")" \
+        "$(stats "$work/fig.$1.weston")" "$(ratio "$1" tideshell)" \
+        "$(stats "$work/fig.$1.qtfloor")" "$(ratio "$1" qtfloor)"
 }
 
 echo "tideshell vs Weston $(weston --version | awk '{print $2}') (headless, pixman, desktop shell" \
     "and panel), 800 x 480, $rounds rounds, $(nproc) cores, $(date -u +%Y-%m-%d)"
-echo "figures are min / median / max; the ratio is of the medians"
+echo "figures are min / median / max; a ratio is of the medians, to Weston's;" \
+    "Qt floor: bench/qtfloor.cpp, an empty compositor on the same Qt libraries"
 echo
-echo "| figure | tideshell | Weston | ratio |"
-echo "|---|---|---|---|"
+echo "| figure | tideshell | Weston | ratio | Qt floor | floor ratio |"
+echo "|---|---|---|---|---|---|"
 row startup "exec to a first client's round trip done (ms)"
 row startcpu "server CPU used by then (ms)"
 row rss "idle RSS, every process, bar shown (MiB)"
