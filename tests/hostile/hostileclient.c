@@ -100,32 +100,24 @@ static void dispatch_until(const int *counter, int target)
     alarm(0);
 }
 
-struct shm_buffer
+// An ARGB buffer in a pool of pool_size bytes over a file of file_size bytes, whose
+// descriptor goes to *fd.
+static struct wl_buffer *make_buffer_in(int width, int height, int stride, int offset,
+                                        int32_t pool_size, off_t file_size, int *fd)
 {
-    int fd;
-    struct wl_shm_pool *pool;
-    struct wl_buffer *buffer;
-};
-
-// A pool of pool_size bytes over a file of file_size bytes, and one ARGB buffer in it.
-static struct shm_buffer make_buffer_in(int width, int height, int stride, int offset,
-                                        int32_t pool_size, off_t file_size)
-{
-    struct shm_buffer b;
-    b.fd = memfd_create("tide-hostile", MFD_CLOEXEC);
-    if (b.fd < 0 || ftruncate(b.fd, file_size) != 0) {
+    *fd = memfd_create("tide-hostile", MFD_CLOEXEC);
+    if (*fd < 0 || ftruncate(*fd, file_size) != 0) {
         perror("memfd");
         exit(1);
     }
-    b.pool = wl_shm_create_pool(shm, b.fd, pool_size);
-    b.buffer =
-        wl_shm_pool_create_buffer(b.pool, offset, width, height, stride, WL_SHM_FORMAT_ARGB8888);
-    return b;
+    struct wl_shm_pool *pool = wl_shm_create_pool(shm, *fd, pool_size);
+    return wl_shm_pool_create_buffer(pool, offset, width, height, stride, WL_SHM_FORMAT_ARGB8888);
 }
 
-static struct shm_buffer make_buffer(int width, int height)
+static struct wl_buffer *make_buffer(int width, int height)
 {
-    return make_buffer_in(width, height, width * 4, 0, width * height * 4, width * height * 4);
+    int fd;
+    return make_buffer_in(width, height, width * 4, 0, width * height * 4, width * height * 4, &fd);
 }
 
 // Attaches the buffer unless it is NULL, commits with a frame callback and waits until the
@@ -181,7 +173,7 @@ static struct window *create_window(const char *title)
 static struct window *map_window(const char *title)
 {
     struct window *w = create_window(title);
-    show(w->surface, make_buffer(200, 100).buffer);
+    show(w->surface, make_buffer(200, 100));
     return w;
 }
 
@@ -208,13 +200,14 @@ static const struct shm_case
 static void run_shm_case(const struct shm_case *c)
 {
     struct window *w = create_window(c->name);
-    struct shm_buffer b =
-        make_buffer_in(c->width, c->height, c->stride, c->offset, c->pool_size, c->file_size);
+    int fd;
+    struct wl_buffer *buffer =
+        make_buffer_in(c->width, c->height, c->stride, c->offset, c->pool_size, c->file_size, &fd);
     if (c->scale != 1)
         wl_surface_set_buffer_scale(w->surface, c->scale);
-    show(w->surface, b.buffer);
-    if (c->truncate && ftruncate(b.fd, 0) == 0)
-        show(w->surface, b.buffer);
+    show(w->surface, buffer);
+    if (c->truncate && ftruncate(fd, 0) == 0)
+        show(w->surface, buffer);
 }
 
 // Menus with odd placements: a popup of a fresh surface, committed with a buffer.
@@ -238,7 +231,7 @@ static void run_popup_case(const struct popup_case *c)
     struct window *menu = new_window();
     xdg_surface_get_popup(menu->xdg_surface, c->parented ? parent->xdg_surface : NULL, p);
     configure(menu);
-    show(menu->surface, make_buffer(50, 50).buffer);
+    show(menu->surface, make_buffer(50, 50));
 }
 
 static void surface_before_toplevel(void)
