@@ -1,4 +1,5 @@
 // Where the window server sends synthetic pointer events among the shell's own windows.
+// (That a release goes to the window that got the press is Qt's own doing.)
 #include "application.h"
 #include "testserver.h"
 #include "windowserver.h"
@@ -42,26 +43,18 @@ private slots:
 void TestWindowServer::pointerRouting()
 {
     WindowServer server;
-    MouseLog onTop({150, 120, 100, 50}, Qt::WindowStaysOnTopHint), below({100, 100, 200, 100}),
-        aside({400, 100, 100, 100});
+    MouseLog onTop({150, 120, 100, 50}, Qt::WindowStaysOnTopHint), below({100, 100, 200, 100});
     // Shown first, yet above: windows that stay on top win.
-    for (MouseLog *w : {&onTop, &below, &aside}) {
+    for (MouseLog *w : {&onTop, &below}) {
         w->show();
         QVERIFY(QTest::qWaitForWindowExposed(w));
     }
-    server.sendMouseEvent(QPoint(160, 130), Qt::LeftButton, 0);
-    server.sendMouseEvent(QPoint(160, 130), 0, 0);
+    for (const QPoint at : {QPoint(160, 130), QPoint(110, 110)}) {
+        server.sendMouseEvent(at, Qt::LeftButton, 0);
+        server.sendMouseEvent(at, 0, 0);
+    }
     QCOMPARE(onTop.events, (QStringList{"press 10 10", "release 10 10"}));
-    // Dragged onto another window and released there: the release is still the pressed one's.
-    server.sendMouseEvent(QPoint(110, 110), Qt::LeftButton, 0);
-    server.sendMouseEvent(QPoint(450, 110), Qt::LeftButton, 0);
-    server.sendMouseEvent(QPoint(450, 110), 0, 0);
-    QCOMPARE(below.events, (QStringList{"press 10 10", "release 350 10"}));
-    QVERIFY(aside.events.isEmpty());
-    // The next press goes where the pointer is.
-    server.sendMouseEvent(QPoint(450, 110), Qt::RightButton, 0);
-    server.sendMouseEvent(QPoint(450, 110), 0, 0);
-    QCOMPARE(aside.events, (QStringList{"press 50 10", "release 50 10"}));
+    QCOMPARE(below.events, (QStringList{"press 10 10", "release 10 10"}));
 }
 
 int main(int argc, char **argv)
