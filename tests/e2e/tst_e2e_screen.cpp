@@ -46,7 +46,6 @@ private:
     bool shows(const QPoint &at, const QColor &colour);
     // Whether `area` soon shows a window rather than the bare desktop.
     bool covered(const QRect &area);
-    QRect openMenu();
 
     ShellHarness m_shell;
     RfbClient m_vnc;
@@ -75,21 +74,13 @@ bool TestScreen::covered(const QRect &area)
     const QRect inner = area.adjusted(2, 2, -2, -2);
     const auto desktopShare = [&] {
         const QImage screen = m_vnc.grab().copy(inner);
-        int hits = 0;
+        int hits = screen.isNull() ? inner.width() * inner.height() : 0;
         for (int y = 0; y < screen.height(); ++y)
             for (int x = 0; x < screen.width(); ++x)
                 hits += screen.pixelColor(x, y) == desktop ? 1 : 0;
         return double(hits) / (inner.width() * inner.height());
     };
     return QTest::qWaitFor([&] { return desktopShare() < 0.05; }, 10000);
-}
-
-QRect TestScreen::openMenu()
-{
-    const QRegularExpression shown = serverWindow("Show", "QMenuClassWindow");
-    const int before = m_shell.shell().countLines(shown);
-    m_shell.tap(0, Qt::Key_F12);
-    return waitForNext(m_shell.shell(), shown, before);
 }
 
 void TestScreen::barBlendsWithDesktop_data()
@@ -117,9 +108,12 @@ void TestScreen::barBlendsWithDesktop()
 void TestScreen::menuAndRunDialogShownAgain()
 {
     // A window closed the way a user closes it must reach the screen when it is shown again.
+    const QRegularExpression menuShown = serverWindow("Show", "QMenuClassWindow");
     const QRegularExpression dialogShown = serverWindow("Show", "SysRunDialogWindow");
     for (int round = 0; round < 2; ++round) {
-        const QRect menu = openMenu();
+        const int menus = m_shell.shell().countLines(menuShown);
+        m_shell.tap(0, Qt::Key_F12);
+        const QRect menu = waitForNext(m_shell.shell(), menuShown, menus);
         QVERIFY2(covered(menu), "the menu is not on the screen");
         // Its lower edge sits on the bar's top edge: the bar's first rows stay the bar's.
         QVERIFY2(shows(QPoint(menu.right() - 10, 432), bar), "the menu covers the bar");

@@ -118,6 +118,7 @@ void TestStartup::detachesUnlessFirstArgumentIsF()
     launcher.setProcessEnvironment(env);
     launcher.start(qEnvironmentVariable("TIDESHELL_BINARY"),
                    args + QStringList{"--wayland-socket-name", h.socketName()});
+    QVERIFY(launcher.waitForStarted());
 
     // Ready only once clients can connect and the control port is bound: both are checked
     // the moment the report arrives. It names the server's pid, also after detaching.
