@@ -142,30 +142,17 @@ struct window
     int configured;
 };
 
-// A fresh surface with its xdg_surface, still without a role.
-static struct window *new_window(void)
+// A configured toplevel, without a buffer yet.
+static struct window *create_window(const char *title)
 {
     struct window *w = calloc(1, sizeof(*w));
     w->surface = wl_compositor_create_surface(compositor);
     w->xdg_surface = xdg_wm_base_get_xdg_surface(wm_base, w->surface);
     xdg_surface_add_listener(w->xdg_surface, &xdg_surface_listener, &w->configured);
-    return w;
-}
-
-// Commits the surface's role and waits for the shell to configure it.
-static void configure(struct window *w)
-{
-    wl_surface_commit(w->surface);
-    dispatch_until(&w->configured, 1);
-}
-
-// A configured toplevel, without a buffer yet.
-static struct window *create_window(const char *title)
-{
-    struct window *w = new_window();
     w->toplevel = xdg_surface_get_toplevel(w->xdg_surface);
     xdg_toplevel_set_title(w->toplevel, title);
-    configure(w);
+    wl_surface_commit(w->surface);
+    dispatch_until(&w->configured, 1);
     return w;
 }
 
@@ -208,30 +195,6 @@ static void run_shm_case(const struct shm_case *c)
     show(w->surface, buffer);
     if (c->truncate && ftruncate(fd, 0) == 0)
         show(w->surface, buffer);
-}
-
-// Menus with odd placements: a popup of a fresh surface, committed with a buffer.
-static const struct popup_case
-{
-    const char *name;
-    int width, height, anchored, parented;
-} popup_cases[] = {
-    {"popup-zero-size", 0, 0, 1, 1},
-    {"popup-no-anchor", 50, 50, 0, 1},
-    {"popup-no-parent", 50, 50, 1, 0},
-};
-
-static void run_popup_case(const struct popup_case *c)
-{
-    struct window *parent = map_window(c->name);
-    struct xdg_positioner *p = xdg_wm_base_create_positioner(wm_base);
-    xdg_positioner_set_size(p, c->width, c->height);
-    if (c->anchored)
-        xdg_positioner_set_anchor_rect(p, 0, 0, 10, 10);
-    struct window *menu = new_window();
-    xdg_surface_get_popup(menu->xdg_surface, c->parented ? parent->xdg_surface : NULL, p);
-    configure(menu);
-    show(menu->surface, make_buffer(50, 50));
 }
 
 static void surface_before_toplevel(void)
@@ -294,7 +257,6 @@ int main(int argc, char **argv)
     const char *name = argc == 2 ? argv[1] : "";
     if (!strcmp(name, "--list")) {
         LIST(shm_cases);
-        LIST(popup_cases);
         LIST(cases);
         return 0;
     }
@@ -313,7 +275,6 @@ int main(int argc, char **argv)
     if (ran)
         map_window("good");
     RUN(shm_cases, run_shm_case(&shm_cases[i]));
-    RUN(popup_cases, run_popup_case(&popup_cases[i]));
     RUN(cases, cases[i].run());
     if (!ran) {
         fprintf(stderr, "usage: %s --list | good | CASE\n", argv[0]);
