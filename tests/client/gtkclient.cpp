@@ -1,35 +1,28 @@
 // The GTK 3 counterpart of the Qt test client: one window with an entry that prints, one
-// line each on standard output,
-//   focus in          when the entry gets the keyboard focus
-//   text TEXT         the entry's text after every change
-//   key KEYVAL        every key press the entry gets, the keysym in hexadecimal
+// line each on standard output, "focus in" when the entry gets the keyboard focus,
+// "text TEXT" after every change and "key KEYVAL" for every key press, the keysym in hex.
 #include <cstdio>
 #include <gtk/gtk.h>
 
 namespace {
 
-void report(const char *what, const char *detail)
-{
-    std::printf("%s%s\n", what, detail);
-    std::fflush(stdout);
-}
-
 void on_changed(GtkEditable *editable, gpointer)
 {
-    report("text ", gtk_entry_get_text(GTK_ENTRY(editable)));
+    std::printf("text %s\n", gtk_entry_get_text(GTK_ENTRY(editable)));
+    std::fflush(stdout);
 }
 
 gboolean on_focus_in(GtkWidget *, GdkEvent *, gpointer)
 {
-    report("focus in", "");
+    std::printf("focus in\n");
+    std::fflush(stdout);
     return FALSE;
 }
 
 gboolean on_key_press(GtkWidget *, GdkEventKey *event, gpointer)
 {
-    char keyval[16];
-    std::snprintf(keyval, sizeof(keyval), "%#x", event->keyval);
-    report("key ", keyval);
+    std::printf("key %#x\n", event->keyval);
+    std::fflush(stdout);
     return FALSE;
 }
 

@@ -1,159 +1,66 @@
 #include "rfbclient.h"
 
-#include <QDeadlineTimer>
 #include <QHostAddress>
 #include <QtEndian>
 
-namespace {
-
-enum : qint32 { RawEncoding = 0, CursorEncoding = -239 };
-
-QByteArray be16(quint16 v)
+bool RfbClient::read(void *data, qint64 size)
 {
-    QByteArray b(2, 0);
-    qToBigEndian(v, b.data());
-    return b;
-}
-
-QByteArray be32(qint32 v)
-{
-    QByteArray b(4, 0);
-    qToBigEndian(v, b.data());
-    return b;
-}
-
-} // namespace
-
-bool RfbClient::readExactly(char *data, qint64 size, int timeoutMs)
-{
-    QDeadlineTimer deadline(timeoutMs);
     while (m_socket.bytesAvailable() < size) {
-        if (deadline.hasExpired() || !m_socket.waitForReadyRead(int(deadline.remainingTime())))
+        if (!m_socket.waitForReadyRead(int(qMax<qint64>(1, m_deadline.remainingTime()))))
             return false;
     }
-    return m_socket.read(data, size) == size;
-}
-
-bool RfbClient::skip(qint64 size, int timeoutMs)
-{
-    QByteArray junk(size, 0);
-    return readExactly(junk.data(), size, timeoutMs);
-}
-
-quint32 RfbClient::readU32(int timeoutMs, bool *ok)
-{
-    char b[4];
-    *ok = readExactly(b, 4, timeoutMs);
-    return *ok ? qFromBigEndian<quint32>(b) : 0;
+    return m_socket.read(static_cast<char *>(data), size) == size;
 }
 
 bool RfbClient::connectTo(quint16 port, int timeoutMs)
 {
+    m_deadline.setRemainingTime(timeoutMs);
     m_socket.connectToHost(QHostAddress::LocalHost, port);
-    if (!m_socket.waitForConnected(timeoutMs))
+    char version[12], security[4], init[24];
+    if (!m_socket.waitForConnected(timeoutMs) || !read(version, 12))
         return false;
-    char version[12];
-    if (!readExactly(version, 12, timeoutMs) || !QByteArray(version, 4).startsWith("RFB "))
-        return false;
-    m_socket.write("RFB 003.003\n", 12);
-    bool ok = false;
-    if (readU32(timeoutMs, &ok) != 1 || !ok) // 1: no authentication
+    m_socket.write("RFB 003.003\n");
+    if (!read(security, 4) || qFromBigEndian<quint32>(security) != 1) // 1: none
         return false;
     m_socket.write("\x01", 1); // share the screen with other viewers
-
-    char init[20];
-    if (!readExactly(init, 20, timeoutMs))
+    if (!read(init, 24))
         return false;
-    const int width = qFromBigEndian<quint16>(init);
-    const int height = qFromBigEndian<quint16>(init + 2);
-    const quint32 nameLength = readU32(timeoutMs, &ok);
-    if (!ok || !skip(nameLength, timeoutMs))
+    QByteArray name(qFromBigEndian<quint32>(init + 20), 0);
+    if (!read(name.data(), name.size()))
         return false;
-    m_screen = QImage(width, height, QImage::Format_RGB32);
-    m_screen.fill(Qt::black);
-
-    // 32-bit little-endian 0x00RRGGBB pixels: the memory layout of QImage::Format_RGB32.
-    QByteArray msg("\x00\x00\x00\x00", 4);
-    msg += QByteArray("\x20\x18\x00\x01", 4);
-    msg += be16(255) + be16(255) + be16(255);
-    msg += QByteArray("\x10\x08\x00\x00\x00\x00", 6);
-    // Raw pixels; the pointer's image comes separately, so it never hides screen pixels.
-    msg += QByteArray("\x02\x00", 2) + be16(2) + be32(RawEncoding) + be32(CursorEncoding);
-    m_socket.write(msg);
-    return m_socket.waitForBytesWritten(timeoutMs) || m_socket.bytesToWrite() == 0;
+    m_screen = QImage(qFromBigEndian<quint16>(init), qFromBigEndian<quint16>(init + 2),
+                      QImage::Format_RGB32);
+    // 32-bit little-endian 0x00RRGGBB true colour, the memory layout of Format_RGB32; then
+    // raw pixels as the only encoding.
+    const char format[] = {0, 0, 0, 0, 32, 24, 0, 1, 0, -1, 0, -1, 0, -1, 16, 8, 0, 0, 0, 0};
+    const char encodings[] = {2, 0, 0, 1, 0, 0, 0, 0};
+    m_socket.write(format, sizeof(format));
+    m_socket.write(encodings, sizeof(encodings));
+    return m_socket.flush();
 }
 
 QImage RfbClient::grab(int timeoutMs)
 {
-    if (m_socket.state() != QAbstractSocket::ConnectedState || m_screen.isNull())
+    m_deadline.setRemainingTime(timeoutMs);
+    const int w = m_screen.width(), h = m_screen.height();
+    // Not incremental: the whole screen.
+    const char request[] = {3, 0, 0, 0, 0, 0, char(w >> 8), char(w), char(h >> 8), char(h)};
+    m_socket.write(request, sizeof(request));
+    char head[4];
+    if (m_screen.isNull() || !read(head, 4) || head[0] != 0) // a framebuffer update
         return QImage();
-    QDeadlineTimer deadline(timeoutMs);
-    auto remaining = [&] { return int(qMax<qint64>(1, deadline.remainingTime())); };
-    auto request = [&] {
-        const QByteArray msg = QByteArray("\x03\x00", 2) + be16(0) + be16(0) +
-                               be16(quint16(m_screen.width())) + be16(quint16(m_screen.height()));
-        m_socket.write(msg); // not incremental: the whole screen
-        m_socket.flush();
-    };
-    request();
-    while (!deadline.hasExpired()) {
-        char type;
-        if (!readExactly(&type, 1, remaining()))
+    for (int n = qFromBigEndian<quint16>(head + 2); n > 0; --n) {
+        char r[12];
+        if (!read(r, 12))
             return QImage();
-        bool ok = true;
-        switch (type) {
-        case 0: { // a framebuffer update
-            char head[3];
-            if (!readExactly(head, 3, remaining()))
+        const QRect area(qFromBigEndian<quint16>(r), qFromBigEndian<quint16>(r + 2),
+                         qFromBigEndian<quint16>(r + 4), qFromBigEndian<quint16>(r + 6));
+        if (qFromBigEndian<qint32>(r + 8) != 0 || !m_screen.rect().contains(area))
+            return QImage(); // not the raw pixels asked for
+        for (int y = area.top(); y <= area.bottom(); ++y) {
+            if (!read(m_screen.scanLine(y) + area.x() * 4, qint64(area.width()) * 4))
                 return QImage();
-            const int rects = qFromBigEndian<quint16>(head + 1);
-            bool gotPixels = false;
-            for (int i = 0; i < rects; ++i) {
-                char r[12];
-                if (!readExactly(r, 12, remaining()))
-                    return QImage();
-                const int x = qFromBigEndian<quint16>(r), y = qFromBigEndian<quint16>(r + 2);
-                const int w = qFromBigEndian<quint16>(r + 4), h = qFromBigEndian<quint16>(r + 6);
-                const qint32 encoding = qFromBigEndian<qint32>(r + 8);
-                if (encoding == CursorEncoding) {
-                    ok = skip(qint64(w) * h * 4 + qint64((w + 7) / 8) * h, remaining());
-                } else if (encoding == RawEncoding && x + w <= m_screen.width() &&
-                           y + h <= m_screen.height()) {
-                    for (int row = 0; ok && row < h; ++row)
-                        ok = readExactly(reinterpret_cast<char *>(m_screen.scanLine(y + row)) +
-                                             x * 4,
-                                         qint64(w) * 4, remaining());
-                    gotPixels = true;
-                } else {
-                    return QImage(); // an encoding that was not asked for
-                }
-                if (!ok)
-                    return QImage();
-            }
-            if (gotPixels)
-                return m_screen.copy();
-            request(); // only the pointer changed; ask again for the pixels
-            break;
         }
-        case 1: { // colour map entries: not used with true colour
-            char head[5];
-            ok = readExactly(head, 5, remaining()) &&
-                 skip(qint64(qFromBigEndian<quint16>(head + 3)) * 6, remaining());
-            break;
-        }
-        case 2: // bell
-            break;
-        case 3: { // cut text
-            ok = skip(3, remaining());
-            const quint32 length = ok ? readU32(remaining(), &ok) : 0;
-            ok = ok && skip(length, remaining());
-            break;
-        }
-        default:
-            return QImage();
-        }
-        if (!ok)
-            return QImage();
     }
-    return QImage();
+    return m_screen.copy();
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QDeadlineTimer>
 #include <QImage>
 #include <QTcpSocket>
 
@@ -14,10 +15,9 @@ public:
     QImage grab(int timeoutMs = 5000);
 
 private:
-    bool readExactly(char *data, qint64 size, int timeoutMs);
-    bool skip(qint64 size, int timeoutMs);
-    quint32 readU32(int timeoutMs, bool *ok);
+    bool read(void *data, qint64 size);
 
     QTcpSocket m_socket;
     QImage m_screen;
+    QDeadlineTimer m_deadline;
 };

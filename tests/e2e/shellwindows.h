@@ -1,11 +1,10 @@
 // What the end-to-end tests of the shell's own windows share: finding a server window's
-// geometry in the shell's log, clicking through the control port, and the small stand-in
-// programs a test puts in place of the device's commands.
+// geometry in the shell's log, and the small stand-in programs a test puts in place of the
+// device's commands.
 #pragma once
 
 #include "shellharness.h"
 
-#include <QDeadlineTimer>
 #include <QFile>
 #include <QTest>
 
@@ -23,20 +22,15 @@ inline QRegularExpression serverWindow(const QString &event, const QString &name
 inline QRect waitForNext(LineProcess &shell, const QRegularExpression &re, int before,
                          int timeoutMs = 10000)
 {
-    QDeadlineTimer deadline(timeoutMs);
-    while (shell.countLines(re) <= before && !deadline.hasExpired())
-        QTest::qWait(20);
-    int seen = 0;
-    for (const QString &line : shell.lines()) {
-        const QRegularExpressionMatch m = re.match(line);
-        if (m.hasMatch() && seen++ == before)
-            return QRect(m.captured(1).toInt(), m.captured(2).toInt(), m.captured(3).toInt(),
-                         m.captured(4).toInt());
+    if (!QTest::qWaitFor([&] { return shell.countLines(re) > before; }, timeoutMs)) {
+        qWarning().noquote() << "the shell did not log" << re.pattern() << "after" << before
+                             << "earlier ones; it logged:\n"
+                             << shell.lines().join(QLatin1Char('\n'));
+        return QRect();
     }
-    qWarning().noquote() << "the shell did not log" << re.pattern() << "after" << before
-                         << "earlier ones; it logged:\n"
-                         << shell.lines().join(QLatin1Char('\n'));
-    return QRect();
+    const QRegularExpressionMatch m = re.match(shell.lines().filter(re).at(before));
+    return QRect(m.captured(1).toInt(), m.captured(2).toInt(), m.captured(3).toInt(),
+                 m.captured(4).toInt());
 }
 
 inline bool writeFile(const QString &path, const QByteArray &content, bool executable = false)

@@ -10,44 +10,23 @@
 namespace {
 
 const QColor desktop(51, 153, 128);
-const char systemMenuName[] = "QMenuClassWindow";
 
-// How many pixels of `area` have exactly the colour `c`, as a share of the area.
-double shareOf(const QImage &screen, const QRect &area, const QColor &c)
+bool near(const QColor &a, const QColor &b)
 {
-    int hits = 0;
-    const QRgb want = c.rgb();
-    for (int y = area.top(); y <= area.bottom(); ++y)
-        for (int x = area.left(); x <= area.right(); ++x)
-            hits += screen.pixel(x, y) == want ? 1 : 0;
-    return double(hits) / (area.width() * area.height());
+    return qAbs(a.red() - b.red()) <= 3 && qAbs(a.green() - b.green()) <= 3 &&
+           qAbs(a.blue() - b.blue()) <= 3;
 }
 
-bool near(const QColor &a, const QColor &b, int tolerance = 3)
-{
-    return qAbs(a.red() - b.red()) <= tolerance && qAbs(a.green() - b.green()) <= tolerance &&
-           qAbs(a.blue() - b.blue()) <= tolerance;
-}
-
-// `over` with alpha laid on an opaque `under`.
-QColor blend(const QColor &over, const QColor &under)
+// `over` with its alpha laid on the desktop.
+QColor onDesktop(const QColor &over)
 {
     const double a = over.alphaF();
-    return QColor::fromRgbF(over.redF() * a + under.redF() * (1 - a),
-                            over.greenF() * a + under.greenF() * (1 - a),
-                            over.blueF() * a + under.blueF() * (1 - a));
+    return QColor::fromRgbF(over.redF() * a + desktop.redF() * (1 - a),
+                            over.greenF() * a + desktop.greenF() * (1 - a),
+                            over.blueF() * a + desktop.blueF() * (1 - a));
 }
 
-// The middle of the bar at the bottom, where no widget of the bar paints.
-const QPoint barMiddle(400, 456);
-
-QRect openMenu(ShellHarness &h)
-{
-    const QRegularExpression shown = serverWindow("Show", systemMenuName);
-    const int before = h.shell().countLines(shown);
-    h.tap(0, Qt::Key_F12);
-    return waitForNext(h.shell(), shown, before);
-}
+const QColor bar = onDesktop(QColor(255, 255, 255, 128));
 
 } // namespace
 
@@ -56,17 +35,16 @@ class TestScreen : public QObject
     Q_OBJECT
 private slots:
     void initTestCase();
-
-    void datagramRightAfterSocket();
     void barBlendsWithDesktop_data();
     void barBlendsWithDesktop();
-    void menuOnScreenAroundRunDialog();
+    void menuAndRunDialogShownAgain();
     void keyboardLeavesTopBarUncovered();
+    void clientContentIsShown();
 
 private:
-    // Grabs the screen until `ready` holds for it or the time is up; returns the last grab.
-    QImage waitForScreen(const std::function<bool(const QImage &)> &ready, int timeoutMs = 10000);
-    // Whether `area` shows a window rather than the bare desktop.
+    // Whether the point soon shows this colour (within a step of rounding).
+    bool shows(const QPoint &at, const QColor &colour);
+    // Whether `area` soon shows a window rather than the bare desktop.
     bool covered(const QRect &area);
 
     ShellHarness m_shell;
@@ -75,42 +53,34 @@ private:
 
 void TestScreen::initTestCase()
 {
-    QVERIFY(m_shell.startOnVnc());
-    QVERIFY(m_vnc.connectTo(m_shell.vncPort()));
+    // A script that waits for the socket and then sends at once must find the bar listening:
+    // nothing else opens the bar here.
+    QVERIFY(m_shell.startOnVnc({}, false));
     m_shell.send("topen");
+    QVERIFY(m_vnc.connectTo(m_shell.vncPort()));
 }
 
-QImage TestScreen::waitForScreen(const std::function<bool(const QImage &)> &ready, int timeoutMs)
+bool TestScreen::shows(const QPoint &at, const QColor &colour)
 {
-    QDeadlineTimer deadline(timeoutMs);
-    QImage screen;
-    do {
-        screen = m_vnc.grab();
-        if (!screen.isNull() && ready(screen))
-            break;
-        QTest::qWait(50);
-    } while (!deadline.hasExpired());
-    return screen;
-}
-
-void TestScreen::datagramRightAfterSocket()
-{
-    // A script that waits for the socket and then sends at once must find the bar listening.
-    ShellHarness fresh;
-    QVERIFY(fresh.startOnVnc({}, false));
-    fresh.send("topen");
-    RfbClient vnc;
-    QVERIFY(vnc.connectTo(fresh.vncPort()));
-    QDeadlineTimer deadline(10000);
     QColor seen;
-    while (!deadline.hasExpired()) {
-        const QImage screen = vnc.grab();
-        seen = screen.isNull() ? QColor() : screen.pixelColor(barMiddle);
-        if (seen.isValid() && seen != desktop)
-            break;
-        QTest::qWait(50);
-    }
-    QVERIFY2(seen != desktop, "the bar never came up");
+    if (QTest::qWaitFor([&] { return near(seen = m_vnc.grab().pixelColor(at), colour); }, 10000))
+        return true;
+    qWarning() << at << "shows" << seen << "rather than" << colour;
+    return false;
+}
+
+bool TestScreen::covered(const QRect &area)
+{
+    const QRect inner = area.adjusted(2, 2, -2, -2);
+    const auto desktopShare = [&] {
+        const QImage screen = m_vnc.grab().copy(inner);
+        int hits = screen.isNull() ? inner.width() * inner.height() : 0;
+        for (int y = 0; y < screen.height(); ++y)
+            for (int x = 0; x < screen.width(); ++x)
+                hits += screen.pixelColor(x, y) == desktop ? 1 : 0;
+        return double(hits) / (inner.width() * inner.height());
+    };
+    return QTest::qWaitFor([&] { return desktopShare() < 0.05; }, 10000);
 }
 
 void TestScreen::barBlendsWithDesktop_data()
@@ -130,59 +100,30 @@ void TestScreen::barBlendsWithDesktop()
     QFETCH(QColor, colour);
     if (!command.isEmpty())
         m_shell.send(command);
-    const QColor want = blend(colour, desktop);
-    const QImage screen =
-        waitForScreen([&](const QImage &s) { return near(s.pixelColor(barMiddle), want); });
-    QVERIFY2(near(screen.pixelColor(barMiddle), want),
-             qPrintable(QStringLiteral("bar shows %1, expected about %2")
-                            .arg(screen.pixelColor(barMiddle).name(), want.name())));
+    // The middle of the bar at the bottom, where no widget of the bar paints.
+    QVERIFY(shows(QPoint(400, 456), onDesktop(colour)));
     m_shell.send("twindowcolor 255,255,255,128");
 }
 
-bool TestScreen::covered(const QRect &area)
+void TestScreen::menuAndRunDialogShownAgain()
 {
-    const QRect inner = area.adjusted(2, 2, -2, -2);
-    const QImage screen =
-        waitForScreen([&](const QImage &s) { return shareOf(s, inner, desktop) < 0.05; });
-    return shareOf(screen, inner, desktop) < 0.05;
-}
-
-void TestScreen::menuOnScreenAroundRunDialog()
-{
-    // Each window is closed the way a user closes it, which is what made windows shown
-    // later go missing from the screen.
-    const QRect menu = openMenu(m_shell);
-    QVERIFY(menu.isValid());
-    QVERIFY2(covered(menu), "the menu is not on the screen");
-    // Its lower edge sits on the bar's top edge: the bar's first rows stay the bar's.
-    const QPoint barTop(menu.right() - 10, 432);
-    const QColor bar = blend(QColor(255, 255, 255, 128), desktop);
-    QVERIFY2(near(waitForScreen([&](const QImage &s) {
-                      return near(s.pixelColor(barTop), bar);
-                  }).pixelColor(barTop),
-                  bar),
-             "the menu covers the bar");
-    m_shell.tap(27, Qt::Key_Escape);
-
+    // A window closed the way a user closes it must reach the screen when it is shown again.
+    const QRegularExpression menuShown = serverWindow("Show", "QMenuClassWindow");
     const QRegularExpression dialogShown = serverWindow("Show", "SysRunDialogWindow");
-    const int dialogs = m_shell.shell().countLines(dialogShown);
-    const QRect again = openMenu(m_shell);
-    QVERIFY2(covered(again), "the menu is not on the screen the second time");
-    m_shell.click(QPoint(again.center().x(), again.y() + again.height() * 5 / 8)); // run
-    const QRect dialog = waitForNext(m_shell.shell(), dialogShown, dialogs);
-    QVERIFY(dialog.isValid());
-    QVERIFY2(covered(dialog), "the run dialog is not on the screen");
-    m_shell.tap(27, Qt::Key_Escape);
-    QVERIFY(m_shell.shell().waitForLine(serverWindow("Hide", "SysRunDialogWindow")).hasMatch());
-
-    QVERIFY2(covered(openMenu(m_shell)), "the menu is not on the screen after the run dialog");
-    m_shell.tap(27, Qt::Key_Escape);
-    const int dialogsNow = m_shell.shell().countLines(dialogShown);
-    const QRect reopened = openMenu(m_shell);
-    m_shell.click(QPoint(reopened.center().x(), reopened.y() + reopened.height() * 5 / 8));
-    QVERIFY2(covered(waitForNext(m_shell.shell(), dialogShown, dialogsNow)),
-             "the run dialog is not on the screen the second time");
-    m_shell.tap(27, Qt::Key_Escape);
+    for (int round = 0; round < 2; ++round) {
+        const int menus = m_shell.shell().countLines(menuShown);
+        m_shell.tap(0, Qt::Key_F12);
+        const QRect menu = waitForNext(m_shell.shell(), menuShown, menus);
+        QVERIFY2(covered(menu), "the menu is not on the screen");
+        // Its lower edge sits on the bar's top edge: the bar's first rows stay the bar's.
+        QVERIFY2(shows(QPoint(menu.right() - 10, 432), bar), "the menu covers the bar");
+        m_shell.click(QPoint(menu.center().x(), menu.y() + menu.height() * 5 / 8)); // run
+        QVERIFY2(covered(waitForNext(m_shell.shell(), dialogShown, round)),
+                 "the run dialog is not on the screen");
+        m_shell.tap(27, Qt::Key_Escape);
+        QVERIFY(!waitForNext(m_shell.shell(), serverWindow("Hide", "SysRunDialogWindow"), round)
+                     .isEmpty());
+    }
 }
 
 void TestScreen::keyboardLeavesTopBarUncovered()
@@ -194,14 +135,26 @@ void TestScreen::keyboardLeavesTopBarUncovered()
     m_shell.send("kbdshow 0");
     QVERIFY(waitForNext(m_shell.shell(), shown, before).isValid());
     // The keyboard opens at the screen's corner unless it is kept off the bar.
-    const QPoint barPoint(240, 10);
-    const QColor bar = blend(QColor(255, 255, 255, 128), desktop);
-    const QImage screen =
-        waitForScreen([&](const QImage &s) { return near(s.pixelColor(barPoint), bar); });
-    QVERIFY2(near(screen.pixelColor(barPoint), bar), "the keyboard covers the bar");
-    QVERIFY2(!near(screen.pixelColor(240, 100), desktop), "the keyboard is not under the bar");
+    QVERIFY2(shows(QPoint(240, 10), bar), "the keyboard covers the bar");
+    QVERIFY2(!near(m_vnc.grab().pixelColor(240, 100), desktop),
+             "the keyboard is not under the bar");
     m_shell.send("kbdhide");
     m_shell.send("tbottom");
+}
+
+void TestScreen::clientContentIsShown()
+{
+    // A client's window is drawn from its own buffer: its light background where the window
+    // is, and the desktop beside it.
+    const int mark = m_shell.shell().mark();
+    QVERIFY(m_shell.startQtClient());
+    const QRegularExpressionMatch m = m_shell.shell().waitForLine(
+        QRegularExpression("window \\d+ Show x=(\\d+) y=(\\d+) w=(\\d+) h=(\\d+) "), 10000, mark);
+    const QRect window(m.captured(1).toInt(), m.captured(2).toInt(), m.captured(3).toInt(),
+                       m.captured(4).toInt());
+    QVERIFY(window.width() > 100);
+    QVERIFY(QTest::qWaitFor([&] { return qGray(m_vnc.grab().pixel(window.center())) > 200; }));
+    QVERIFY(shows(window.center() - QPoint(window.width(), 0), desktop));
 }
 
 QTEST_GUILESS_MAIN(TestScreen)
