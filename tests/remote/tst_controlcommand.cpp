@@ -73,7 +73,7 @@ void TestControlCommand::parse_data()
     row("taddlabel  a , b,c", "AddLabel [ a ] [ b,c]");
     row("taddlabel net,\xe6\x97\xa0\xe7\xba\xbf", "AddLabel [net] [\xe6\x97\xa0\xe7\xba\xbf]");
     row("taddlabel abc", "wrong param!!");
-    row("tdellabel a,b", "DelLabel [a,b]");
+    row("tdellabel  a,b", "DelLabel [ a,b]");
 
     // Four numbers: exactly four fields; a blank may lead a number, anything else makes it 0.
     row("ttextcolor 255,255,0,255", "set title text color to 255 255 0 255");
