@@ -11,7 +11,6 @@ class TestControlCommand : public QObject
 private slots:
     void parse_data();
     void parse();
-    void clickReport();
 };
 
 static QString summary(const ControlCommand &cmd)
@@ -52,9 +51,7 @@ void TestControlCommand::parse_data()
     };
 
     // Matching: trimmed first, then case-sensitive prefixes in a fixed order.
-    row("", "None");
     row(" \t\r\n", "None");
-    row("hello", "None");
     row("xtclose", "None");
     row("TCLOSE", "None");
     row("  topen \n", "Open");
@@ -67,43 +64,27 @@ void TestControlCommand::parse_data()
 
     // The input method number only counts when it converts cleanly.
     row("kbdshow", "KbdShow");
-    row("kbdshow 1", "KbdShow 1");
     row("kbdshow1", "KbdShow 1");
     row("kbdshow -1", "KbdShow -1");
-    row("kbdshow x", "KbdShow");
     row("kbdshow 1 x", "KbdShow");
 
     // Labels: one character after the word is skipped whatever it is; the first comma splits.
-    row("taddlabel wifi,WLAN", "AddLabel [wifi] [WLAN]");
     row("taddlabelwifi,WLAN", "AddLabel [ifi] [WLAN]");
-    row("taddlabel a,b,c", "AddLabel [a] [b,c]");
-    row("taddlabel  a , b", "AddLabel [ a ] [ b]");
-    row("taddlabel ,", "AddLabel [] []");
+    row("taddlabel  a , b,c", "AddLabel [ a ] [ b,c]");
     row("taddlabel net,\xe6\x97\xa0\xe7\xba\xbf", "AddLabel [net] [\xe6\x97\xa0\xe7\xba\xbf]");
     row("taddlabel abc", "wrong param!!");
-    row("taddlabel", "wrong param!!");
-    row("tdellabel wifi", "DelLabel [wifi]");
-    row("tdellabel a,b", "DelLabel [a,b]");
-    row("tdellabelwifi", "DelLabel [ifi]");
-    row("tdellabel", "DelLabel []");
+    row("tdellabel  a,b", "DelLabel [ a,b]");
 
     // Four numbers: exactly four fields; a blank may lead a number, anything else makes it 0.
     row("ttextcolor 255,255,0,255", "set title text color to 255 255 0 255");
     row("ttextcolor255,0,0,255", "set title text color to 255 0 0 255");
     row("ttextcolor 1 ,0x10,,+7", "set title text color to 0 0 0 7");
-    row("ttextcolor-5,300,0,0", "set title text color to -5 300 0 0");
     row("ttextcolor 255,0,0", "set title text color failed");
     row("ttextcolor 255,0,0,255,1", "set title text color failed");
-    row("ttextcolor", "set title text color failed");
     row("twindowcolor 1,2,3,4", "set window color to 1 2 3 4");
     row("twindowcolor 1", "set window color failed");
-    row("smouse 100,200,1,0", "Mouse 100 200 1 0");
     row("smouse10,20,1,-120", "Mouse 0 20 1 -120");
-    row("smouse 10,20,1", "wrong mouse format, should be x,y,stat,wheel");
     row("smouse 10;20;1;0", "wrong mouse format, should be x,y,stat,wheel");
-    row("smouse", "wrong mouse format, should be x,y,stat,wheel");
-    row("skey 65,65,0,1", "Key 65 65 0 1");
-    row("skey 0,16777220,0,0", "Key 0 16777220 0 0");
     row("skey 97,65,33554432,7", "Key 97 65 33554432 1");
     row("skey65,65,0,1", "Key 5 65 0 1");
     row("skey 65,65,0,1,0", "wrong key format, should be unicode,keyCode,modifier,pressed");
@@ -114,12 +95,6 @@ void TestControlCommand::parse()
     QFETCH(QByteArray, datagram);
     QFETCH(QString, expected);
     QCOMPARE(summary(parseControlCommand(datagram)), expected);
-}
-
-void TestControlCommand::clickReport()
-{
-    QCOMPARE(::clickReport("wifi"), QByteArray("clicked:wifi"));
-    QCOMPARE(::clickReport(QString::fromUtf8("\xe6\x97\xa0")), QByteArray("clicked:\xe6\x97\xa0"));
 }
 
 QTEST_APPLESS_MAIN(TestControlCommand)

@@ -1,20 +1,14 @@
-// The bar's arithmetic, its placement against a real window server, and the application's
-// function-key filter.
+// The bar's clock and address rules, the application's function-key range, and commands
+// that coalesce into one relayout against a real window server. Placement, labels and the
+// keys themselves are checked on the running shell by the end-to-end tests.
 #include "application.h"
 #include "controlcommand.h"
-#include "customlabel.h"
-#include "datetimesettingdlg.h"
-#include "qtmyiconstyle.h"
 #include "testserver.h"
 #include "titlebarlayout.h"
 #include "titlebarwidget.h"
 #include "windowserver.h"
 
-#include <QDateTime>
-#include <QLineEdit>
 #include <QSignalSpy>
-#include <QStyleFactory>
-#include <QTimer>
 
 class TestTitleBar : public QObject
 {
@@ -24,16 +18,10 @@ private slots:
     void clockInterval();
     void ipText_data();
     void ipText();
-    void rectangles_data();
-    void rectangles();
-
-    void barPlacesItselfAndTheClientArea();
+    void functionKeyRange_data();
+    void functionKeyRange();
     void commandsInABurstGiveTheSameBar_data();
     void commandsInABurstGiveTheSameBar();
-    void functionKeysToggleBarAndAreSwallowed();
-    void customLabelClicksOnAnyRelease();
-    void iconStyleEnlargesSmallIcons();
-    void dateLabelShowsTimeAfterDialog();
 
 private:
     WindowServer m_server;
@@ -45,7 +33,6 @@ void TestTitleBar::clockInterval_data()
     QTest::addColumn<int>("interval");
     QTest::newRow("mid-minute") << QTime(10, 15, 42) << 18000;
     QTest::newRow("on the minute") << QTime(10, 16, 0) << 60000;
-    QTest::newRow("last second") << QTime(23, 59, 59) << 1000;
     QTest::newRow("milliseconds ignored") << QTime(8, 0, 30, 999) << 30000;
 }
 
@@ -61,15 +48,11 @@ void TestTitleBar::ipText_data()
     using List = QList<InterfaceAddresses>;
     QTest::addColumn<List>("interfaces");
     QTest::addColumn<QString>("text");
-    const InterfaceAddresses lo{"lo", {"127.0.0.1"}};
-    QTest::newRow("nothing up") << List{lo} << "eth0:";
-    QTest::newRow("eth0 without address") << List{lo, {"eth0", {}}} << "eth0:";
-    QTest::newRow("only wlan0") << List{lo, {"wlan0", {"192.168.1.5"}}} << "eth0: wla0:192.168.1.5";
-    QTest::newRow("both") << List{{"wlan0", {"192.168.1.5"}}, {"eth0", {"10.0.0.2"}}}
-                          << "eth0:10.0.0.2 wla0:192.168.1.5";
-    QTest::newRow("first address only")
-        << List{{"eth0", {"10.0.0.2", "fe80::1"}}} << "eth0:10.0.0.2";
-    QTest::newRow("IPv6 first") << List{{"eth0", {"fe80::1", "10.0.0.2"}}} << "eth0:fe80::1";
+    QTest::newRow("nothing up") << List{{"lo", {"127.0.0.1"}}, {"eth0", {}}} << "eth0:";
+    QTest::newRow("only wlan0") << List{{"wlan0", {"192.168.1.5"}}} << "eth0: wla0:192.168.1.5";
+    QTest::newRow("both, first address each")
+        << List{{"wlan0", {"192.168.1.5", "fe80::2"}}, {"eth0", {"10.0.0.2"}}}
+        << "eth0:10.0.0.2 wla0:192.168.1.5";
     QTest::newRow("first interface with an address")
         << List{{"eth0", {}}, {"eth0", {"10.0.0.9"}}} << "eth0:10.0.0.9";
     QTest::newRow("names are exact")
@@ -81,67 +64,31 @@ void TestTitleBar::ipText()
     QFETCH(QList<InterfaceAddresses>, interfaces);
     QFETCH(QString, text);
     QCOMPARE(::ipText(interfaces), text);
-    // A description after " - " names the same interface; at the very start it does not.
-    const QList<InterfaceAddresses> eth{{"eth0", {"10.0.0.2"}}};
-    QCOMPARE(interfaceAddress("eth0 - cable", eth), "10.0.0.2");
-    QCOMPARE(interfaceAddress(" - eth0", eth), QString());
+    // A description after " - " names the same interface.
+    QCOMPARE(interfaceAddress("eth0 - cable", {{"eth0", {"10.0.0.2"}}}), "10.0.0.2");
 }
 
-void TestTitleBar::rectangles_data()
+void TestTitleBar::functionKeyRange_data()
 {
-    QTest::addColumn<QSize>("screen");
-    QTest::addColumn<int>("position");
-    QTest::addColumn<QRect>("bar");
-    QTest::addColumn<QRect>("clients");
-    QTest::newRow("bottom") << QSize(800, 480) << 1 << QRect(0, 432, 800, 48)
-                            << QRect(0, 0, 800, 432);
-    QTest::newRow("top") << QSize(800, 480) << 0 << QRect(0, 0, 800, 48) << QRect(0, 48, 800, 432);
-    QTest::newRow("any other value is bottom")
-        << QSize(800, 480) << 7 << QRect(0, 432, 800, 48) << QRect(0, 0, 800, 432);
-    QTest::newRow("rotated screen")
-        << QSize(480, 800) << 1 << QRect(0, 752, 480, 48) << QRect(0, 0, 480, 752);
+    QTest::addColumn<int>("key");
+    QTest::addColumn<bool>("shells");
+    QTest::newRow("F9") << int(Qt::Key_F9) << false;
+    QTest::newRow("F10") << int(Qt::Key_F10) << true;
+    QTest::newRow("F12") << int(Qt::Key_F12) << true;
+    QTest::newRow("F13") << int(Qt::Key_F13) << false;
 }
 
-void TestTitleBar::rectangles()
+// F10 to F12 are the shell's: signalled and swallowed. Their neighbours pass.
+void TestTitleBar::functionKeyRange()
 {
-    QFETCH(QSize, screen);
-    QFETCH(int, position);
-    QFETCH(QRect, bar);
-    QFETCH(QRect, clients);
-    QCOMPARE(titleBarRect(screen, position), bar);
-    QCOMPARE(clientAreaRect(screen, position), clients);
-}
-
-void TestTitleBar::barPlacesItselfAndTheClientArea()
-{
-    TitleBarWidget bar;
-    const QRect screen(0, 0, 800, 480);
-    // Built, laid out once and hidden: the whole screen is free.
-    QVERIFY(bar.isHidden());
-    QCOMPARE(m_server.maxWindowRect(), screen);
-    QCOMPARE(bar.geometry(), QRect(0, 432, 800, 48));
-
-    QVERIFY(QMetaObject::invokeMethod(&bar, "showTitleBar"));
-    QVERIFY(bar.isVisible());
-    QCOMPARE(m_server.maxWindowRect(), QRect(0, 0, 800, 432));
-
-    // A rotation while shown re-lays the bar; while hidden it stays hidden.
-    QVERIFY(QMetaObject::invokeMethod(&bar, "onScreenTransformed"));
-    QVERIFY(bar.isVisible());
-    QVERIFY(QMetaObject::invokeMethod(&bar, "hideTitleBar"));
-    QCOMPARE(m_server.maxWindowRect(), screen);
-    QVERIFY(QMetaObject::invokeMethod(&bar, "onScreenTransformed"));
-    QVERIFY(bar.isHidden());
-
-    // Moving the bar shows it, at the new place.
-    QVERIFY(QMetaObject::invokeMethod(&bar, "changeTitleBarPosition",
-                                      Q_ARG(TitleBarPosition, TitleBarTop)));
-    QVERIFY(bar.isVisible());
-    QCOMPARE(bar.geometry(), QRect(0, 0, 800, 48));
-    QCOMPARE(m_server.maxWindowRect(), QRect(0, 48, 800, 432));
-    // Its height never changes, whatever the layout would like.
-    QCOMPARE(bar.minimumSize(), QSize(800, 48));
-    QCOMPARE(bar.maximumSize(), QSize(800, 48));
+    QFETCH(int, key);
+    QFETCH(bool, shells);
+    auto *app = qobject_cast<Application *>(qApp);
+    QSignalSpy special(app, &Application::specialKey);
+    QCOMPARE(app->filterKeyEvent(key, false), shells);
+    QCOMPARE(special.size(), shells ? 1 : 0);
+    if (shells)
+        QCOMPARE(special.first(), (QVariantList{key, false}));
 }
 
 void TestTitleBar::commandsInABurstGiveTheSameBar_data()
@@ -184,92 +131,6 @@ void TestTitleBar::commandsInABurstGiveTheSameBar()
         return state;
     };
     QCOMPARE(finalBar(false), finalBar(true));
-}
-
-void TestTitleBar::functionKeysToggleBarAndAreSwallowed()
-{
-    auto *app = qobject_cast<Application *>(qApp);
-    QVERIFY(app);
-    TitleBarWidget bar;
-    connect(app, &Application::specialKey, &bar, &TitleBarWidget::onSpecialKey);
-    QSignalSpy special(app, &Application::specialKey);
-
-    QLineEdit edit;
-    edit.show();
-    edit.activateWindow();
-    QVERIFY(QTest::qWaitForWindowActive(&edit));
-
-    // Sent as window-system keys, the way the device's keyboard and the control port do.
-    QTest::keyClick(edit.windowHandle(), Qt::Key_F11);
-    QCOMPARE(special.count(), 2);
-    QCOMPARE(special.at(0), (QVariantList{int(Qt::Key_F11), true}));
-    QCOMPARE(special.at(1), (QVariantList{int(Qt::Key_F11), false}));
-    QVERIFY(bar.isVisible());
-    QTest::keyClick(edit.windowHandle(), Qt::Key_F10);
-    QTest::keyClick(edit.windowHandle(), Qt::Key_F11);
-    QVERIFY(bar.isHidden());
-
-    // The neighbours of the range pass; only they reach the widget.
-    QTest::keyClick(edit.windowHandle(), Qt::Key_F9);
-    QTest::keyClick(edit.windowHandle(), Qt::Key_F13);
-    QTest::keyClick(edit.windowHandle(), Qt::Key_Q);
-    QCOMPARE(special.count(), 6);
-    QCOMPARE(edit.text(), "q");
-    QVERIFY(app->filterKeyEvent(Qt::Key_F12, false));
-    QVERIFY(!app->filterKeyEvent(Qt::Key_F9, true));
-    QVERIFY(!app->filterKeyEvent(Qt::Key_F13, true));
-}
-
-void TestTitleBar::customLabelClicksOnAnyRelease()
-{
-    CustomLabel label;
-    label.resize(100, 30);
-    QSignalSpy clicked(&label, &CustomLabel::clicked);
-    QTest::mousePress(&label, Qt::LeftButton, {}, QPoint(5, 5));
-    QCOMPARE(clicked.count(), 0);
-    QTest::mouseRelease(&label, Qt::LeftButton, {}, QPoint(500, 500));
-    QTest::mouseRelease(&label, Qt::RightButton, {}, QPoint(5, 5));
-    QCOMPARE(clicked.count(), 2);
-}
-
-void TestTitleBar::iconStyleEnlargesSmallIcons()
-{
-    QTMyIconStyle style;
-    std::unique_ptr<QStyle> fusion(QStyleFactory::create("Fusion"));
-    QCOMPARE(style.pixelMetric(QStyle::PM_SmallIconSize), 32);
-    for (auto metric : {QStyle::PM_LargeIconSize, QStyle::PM_ButtonMargin, QStyle::PM_MenuHMargin,
-                        QStyle::PM_ToolBarIconSize})
-        QCOMPARE(style.pixelMetric(metric), fusion->pixelMetric(metric));
-}
-
-void TestTitleBar::dateLabelShowsTimeAfterDialog()
-{
-    // Never the device's clock, should the dialog be accepted after all.
-    DateTimeSettingDlg::setClockProgram(QStringLiteral("true"));
-    TitleBarWidget bar;
-    auto *date = bar.findChild<CustomLabel *>("dateLabel");
-    QVERIFY(date);
-    date->setText("stale");
-
-    // The dialog runs modally inside the click handler; cancel it from its own event loop.
-    int cancelled = 0;
-    QTimer closer;
-    connect(&closer, &QTimer::timeout, [&] {
-        for (QWidget *w : QApplication::topLevelWidgets()) {
-            auto *dlg = qobject_cast<DateTimeSettingDlg *>(w);
-            if (dlg && dlg->isVisible()) {
-                dlg->reject();
-                ++cancelled;
-            }
-        }
-    });
-    closer.start(20);
-    const QString before = QDateTime::currentDateTime().toString("yyyy/M/d hh:mm");
-    QVERIFY(QMetaObject::invokeMethod(&bar, "onDateLabelClicked"));
-    const QString after = QDateTime::currentDateTime().toString("yyyy/M/d hh:mm");
-    closer.stop();
-    QCOMPARE(cancelled, 1);
-    QVERIFY2(date->text() == before || date->text() == after, qPrintable(date->text()));
 }
 
 int main(int argc, char **argv)
