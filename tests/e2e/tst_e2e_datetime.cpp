@@ -1,6 +1,6 @@
 // The date and time dialog in the running shell: opened by a tap on the bar's date or by the
-// "sys_man_date" entry of the setting menu. A tap on the year's up cap moves the moment a year
-// on; OK hands the clock program the chosen moment, Cancel leaves the clock alone. A recorder
+// "sys_man_date" entry of the setting menu. Each tap on the year's up cap moves the moment a
+// year on; OK hands the clock program the chosen moment, Cancel leaves the clock alone. A recorder
 // stands in for the device's clock program.
 #include "datetimesettingdlg.h"
 #include "shellwindows.h"
@@ -98,7 +98,12 @@ void TestDateTime::tapThenAnswer()
     const QRect dialog = waitForNext(shell, dialogShown, shown);
     QVERIFY(QRect(0, 0, 800, 480).contains(dialog) && !dialog.isEmpty());
 
-    m_h->click(yearUpCap(dialog));
+    // Two taps on the year's up cap; a move between them ends the pointer grab that the tap
+    // which opened the dialog has left behind so far.
+    const QPoint cap = yearUpCap(dialog);
+    m_h->click(cap);
+    m_h->pointer(cap, 0);
+    m_h->click(cap);
     m_h->tap(unicode, key);
     QVERIFY(!waitForNext(shell, hidden, hides).isEmpty());
     // The shell goes on only once the clock program has ended: then it shows the keyboard.
@@ -124,10 +129,10 @@ void TestDateTime::tapThenAnswer()
         }
         return false;
     };
-    QVERIFY2(sentMoment(0) || sentMoment(1), qPrintable(runs.first()));
+    QVERIFY2(sentMoment(1) || sentMoment(2), qPrintable(runs.first()));
     QEXPECT_FAIL("", "the first tap after a tap opened the dialog still goes to the window tapped",
                  Continue);
-    QVERIFY(sentMoment(1));
+    QVERIFY(sentMoment(2));
 }
 
 QTEST_MAIN(TestDateTime)
