@@ -322,12 +322,14 @@ void InputRouter::sendMouseEvent(const QPoint &pos, int buttons, int wheel)
         if (now && !m_pointerButtons)
             m_pointerGrab = target;
         m_pointerButtons.setFlag(button, now);
+        // The grab ends with the last release, before that is delivered: a release may open a
+        // modal dialog, and the taps on it come while this call has not returned.
+        if (!m_pointerButtons)
+            m_pointerGrab = nullptr;
         QWindowSystemInterface::handleMouseEvent<Sync>(
             target, local, global, m_pointerButtons, button,
             now ? QEvent::MouseButtonPress : QEvent::MouseButtonRelease);
     }
-    if (!m_pointerButtons)
-        m_pointerGrab = nullptr;
     if (wheel) {
         QWindowSystemInterface::handleWheelEvent(target, local, global, QPoint(), QPoint(0, wheel));
         QWindowSystemInterface::flushWindowSystemEvents();
