@@ -134,6 +134,7 @@ for round in $(seq "$rounds"); do
             launch weston ""
             wpid=$pid wdir=$dir
         fi
+        sleep 1 # the next start-up is timed on a settled machine (Weston starts clients)
     done
 
     # Idle: the bar (and its clock) shown; Weston's panel shows its clock.
