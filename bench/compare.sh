@@ -175,14 +175,19 @@ for round in $(seq "$rounds"); do
     tpid=$pid tdir=$dir
     control "$tdir" topen
     control "$tdir" "kbdshow 0"
+    launch qtfloor "vnc:size=800x480:port=$((20000 + RANDOM % 30000))" norecord
+    fpid=$pid fdir=$dir
     sleep 1
     for kind in shm qt; do
-        for s in $order; do
-            if [ "$s" = tideshell ]; then frame_cost "fb-$kind" tideshell "$tpid" "$tdir" "$kind"
-            else frame_cost "fb-$kind" weston "$wpid" "$wdir" "$kind"; fi
+        for s in $order qtfloor; do
+            case $s in
+            tideshell) frame_cost "fb-$kind" tideshell "$tpid" "$tdir" "$kind" ;;
+            qtfloor) frame_cost "fb-$kind" qtfloor "$fpid" "$fdir" "$kind" ;;
+            *) frame_cost "fb-$kind" weston "$wpid" "$wdir" "$kind" ;;
+            esac
         done
     done
-    stop "$tpid" "$wpid"
+    stop "$tpid" "$wpid" "$fpid"
     live=()
 done
 
@@ -226,4 +231,4 @@ echo "frames per second seen by the clients (median): offscreen shm $(median "$w
     "$(median "$work/fig.fb-shm.fps.weston"), framebuffer Qt $(median "$work/fig.fb-qt.fps.tideshell") /" \
     "$(median "$work/fig.fb-qt.fps.weston") (tideshell / Weston)"
 echo "framebuffer path: tideshell on QT_QPA_PLATFORM=vnc with the bar and the keyboard shown;" \
-    "Weston with its panel"
+    "Weston with its panel; the Qt floor on vnc with the client alone"
