@@ -1,13 +1,13 @@
 #include "controlchannel.h"
 
 #include <QLoggingCategory>
-#include <QNetworkProxy>
 #include <QSocketNotifier>
-#include <QUdpSocket>
 
 #include <cerrno>
+#include <cstring>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 Q_LOGGING_CATEGORY(lcRemote, "tideshell.remote", QtWarningMsg)
 
@@ -31,16 +31,68 @@ void enlargeReceiveBuffer(int fd)
     (void)setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
 }
 
+// The socket address of address:port. Any address is IPv6's, which takes IPv4 senders too.
+socklen_t toSockaddr(const QHostAddress &address, quint16 port, sockaddr_storage *out)
+{
+    *out = {};
+    if (address.protocol() == QAbstractSocket::IPv4Protocol) {
+        auto *in = reinterpret_cast<sockaddr_in *>(out);
+        in->sin_family = AF_INET;
+        in->sin_port = htons(port);
+        in->sin_addr.s_addr = htonl(address.toIPv4Address());
+        return sizeof(sockaddr_in);
+    }
+    auto *in6 = reinterpret_cast<sockaddr_in6 *>(out);
+    in6->sin6_family = AF_INET6;
+    in6->sin6_port = htons(port);
+    if (address.protocol() == QAbstractSocket::IPv6Protocol) {
+        const Q_IPV6ADDR bytes = address.toIPv6Address();
+        std::memcpy(&in6->sin6_addr, bytes.c, sizeof bytes.c);
+        in6->sin6_scope_id = address.scopeId().toUInt();
+    }
+    return sizeof(sockaddr_in6);
+}
+
+// One non-blocking UDP socket bound to address:port, or -1 with the reason in errno. Without
+// an exclusive bind another program may bind the same port with address reuse and take
+// datagrams meant for the shell; that is how the port has always been shared.
+int bindSocket(const QHostAddress &address, quint16 port, bool exclusive)
+{
+    sockaddr_storage where;
+    const socklen_t length = toSockaddr(address, port, &where);
+    const int fd = socket(where.ss_family, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (fd < 0)
+        return -1;
+    const int on = 1, off = 0;
+    if (!exclusive)
+        (void)setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    if (where.ss_family == AF_INET6)
+        (void)setsockopt(fd, IPPROTO_IPV6, IPV6_V6ONLY, &off, sizeof off);
+    if (bind(fd, reinterpret_cast<const sockaddr *>(&where), length) != 0) {
+        const int error = errno;
+        close(fd);
+        errno = error;
+        return -1;
+    }
+    return fd;
+}
+
+quint16 boundPort(int fd)
+{
+    sockaddr_storage bound{};
+    socklen_t length = sizeof bound;
+    if (getsockname(fd, reinterpret_cast<sockaddr *>(&bound), &length) != 0)
+        return 0;
+    return ntohs(bound.ss_family == AF_INET6
+                     ? reinterpret_cast<const sockaddr_in6 *>(&bound)->sin6_port
+                     : reinterpret_cast<const sockaddr_in *>(&bound)->sin_port);
+}
+
 } // namespace
 
 ControlChannel::ControlChannel(const ShellSettings &settings, QObject *parent)
     : QObject(parent), m_port(settings.controlPort), m_allowInjection(settings.allowInjection)
 {
-    // Without an exclusive bind another program may bind the same port with address reuse
-    // and take datagrams meant for the shell; that is how the port has always been shared.
-    const QUdpSocket::BindMode mode = settings.exclusive
-                                          ? QUdpSocket::DontShareAddress
-                                          : QUdpSocket::ShareAddress | QUdpSocket::ReuseAddressHint;
     QList<QHostAddress> addresses;
     if (settings.bindAddresses.isEmpty())
         addresses.append(QHostAddress::Any);
@@ -53,24 +105,19 @@ ControlChannel::ControlChannel(const ShellSettings &settings, QObject *parent)
     }
     // A lock-down whose addresses are all wrong binds nothing rather than everything.
     for (const QHostAddress &address : std::as_const(addresses)) {
-        auto *socket = new QUdpSocket(this);
-        // Datagrams go straight to their receivers. Asking whether a proxy applies would start
-        // the system's proxy lookup, a thread of its own and a good part of start-up.
-        socket->setProxy(QNetworkProxy::NoProxy);
-        if (!socket->bind(address, m_port, mode)) {
+        int fd = bindSocket(address, m_port, settings.exclusive);
+        if (fd < 0 && errno == EAFNOSUPPORT && address == QHostAddress::Any)
+            fd = bindSocket(QHostAddress::AnyIPv4, m_port, settings.exclusive); // no IPv6 here
+        if (fd < 0) {
             qCWarning(lcRemote).noquote() << "control port" << address.toString() << m_port
-                                          << "not bound:" << socket->errorString();
-            delete socket;
+                                          << "not bound:" << strerror(errno);
             continue;
         }
-        m_port = socket->localPort(); // port 0 picks one; the other addresses use the same
-        enlargeReceiveBuffer(int(socket->socketDescriptor()));
-        // Datagrams are read straight from the descriptor (see takePending), which QUdpSocket
-        // does not notice: it would stop announcing new ones. A notifier of our own does.
-        auto *notifier =
-            new QSocketNotifier(socket->socketDescriptor(), QSocketNotifier::Read, socket);
+        m_port = boundPort(fd); // port 0 picks one; the other addresses use the same
+        enlargeReceiveBuffer(fd);
+        auto *notifier = new QSocketNotifier(fd, QSocketNotifier::Read, this);
         connect(notifier, &QSocketNotifier::activated, this, &ControlChannel::readyRead);
-        m_sockets.append(socket);
+        m_sockets.append(fd);
     }
 
     m_allowEveryone = settings.allowedNetworks.isEmpty();
@@ -81,6 +128,12 @@ ControlChannel::ControlChannel(const ShellSettings &settings, QObject *parent)
         else
             m_allowed.append(subnet);
     }
+}
+
+ControlChannel::~ControlChannel()
+{
+    for (int fd : std::as_const(m_sockets))
+        close(fd);
 }
 
 bool ControlChannel::senderAllowed(const QHostAddress &sender) const
@@ -111,12 +164,10 @@ void ControlChannel::refuse(const QHostAddress &sender, const char *why)
 
 QList<ControlChannel::Received> ControlChannel::takePending()
 {
-    // Read straight from the descriptor: one system call per datagram instead of QUdpSocket's
-    // three (pending? how big? read), which matters when thousands arrive at once.
+    // One system call per datagram, which matters when thousands arrive at once.
     QList<Received> taken;
     m_buffer.resize(65536);
-    for (QUdpSocket *socket : std::as_const(m_sockets)) {
-        const int fd = int(socket->socketDescriptor());
+    for (int fd : std::as_const(m_sockets)) {
         for (;;) {
             sockaddr_storage from{};
             socklen_t fromLen = sizeof from;
@@ -155,8 +206,17 @@ void ControlChannel::sendTo(const QByteArray &data, const QHostAddress &address,
 {
     // With several bound addresses the first socket that can reach the receiver sends; a
     // socket bound to loopback cannot send elsewhere.
-    for (QUdpSocket *socket : std::as_const(m_sockets)) {
-        if (socket->writeDatagram(data, address, port) >= 0)
+    // An IPv6 socket reaches IPv4 receivers through their mapped addresses.
+    const QHostAddress mapped(address.toIPv6Address());
+    for (int fd : std::as_const(m_sockets)) {
+        sockaddr_storage own{}, to;
+        socklen_t ownLength = sizeof own;
+        getsockname(fd, reinterpret_cast<sockaddr *>(&own), &ownLength);
+        const socklen_t length =
+            toSockaddr(own.ss_family == AF_INET6 ? mapped : address, port, &to);
+        if (to.ss_family == own.ss_family &&
+            sendto(fd, data.constData(), size_t(data.size()), MSG_NOSIGNAL,
+                   reinterpret_cast<const sockaddr *>(&to), length) >= 0)
             return;
     }
 }

@@ -9,8 +9,6 @@
 #include <QObject>
 #include <QPair>
 
-class QUdpSocket;
-
 // The sockets of the control port and the policy of who may use it. With default settings
 // one socket on every address, shared with other sockets on the same port. A settings file
 // may narrow that down: chosen addresses only, chosen sender networks only, no key or pointer
@@ -28,6 +26,7 @@ public:
     };
 
     explicit ControlChannel(const ShellSettings &settings, QObject *parent = nullptr);
+    ~ControlChannel() override;
 
     bool isBound() const { return !m_sockets.isEmpty(); }
     // The port actually bound (the chosen one, or the free one picked for port 0).
@@ -49,7 +48,7 @@ private:
     bool senderAllowed(const QHostAddress &sender) const;
     void refuse(const QHostAddress &sender, const char *why);
 
-    QList<QUdpSocket *> m_sockets;
+    QList<int> m_sockets; // UDP sockets, non-blocking
     quint16 m_port = 0;
     bool m_allowEveryone = true;
     QList<QPair<QHostAddress, int>> m_allowed;

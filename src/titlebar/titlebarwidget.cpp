@@ -17,12 +17,14 @@
 #include <QLoggingCategory>
 #include <QMenu>
 #include <QMessageBox>
-#include <QNetworkInterface>
 #include <QPaintEvent>
 #include <QPainter>
 #include <QProcess>
 #include <QScreen>
 #include <QTimer>
+
+#include <algorithm>
+#include <ifaddrs.h>
 
 Q_LOGGING_CATEGORY(lcTitleBar, "tideshell.titlebar", QtWarningMsg)
 
@@ -30,15 +32,27 @@ namespace {
 
 QList<InterfaceAddresses> currentInterfaces()
 {
+    // In the system's order, which gives an interface's IPv4 addresses before its IPv6 ones.
     QList<InterfaceAddresses> list;
-    const QList<QNetworkInterface> all = QNetworkInterface::allInterfaces();
-    for (const QNetworkInterface &iface : all) {
-        InterfaceAddresses entry{iface.name(), {}};
-        const QList<QNetworkAddressEntry> entries = iface.addressEntries();
-        for (const QNetworkAddressEntry &address : entries)
-            entry.addresses.append(address.ip().toString());
-        list.append(entry);
+    ifaddrs *all = nullptr;
+    if (getifaddrs(&all) != 0)
+        return list;
+    for (const ifaddrs *at = all; at; at = at->ifa_next) {
+        if (!at->ifa_addr ||
+            (at->ifa_addr->sa_family != AF_INET && at->ifa_addr->sa_family != AF_INET6))
+            continue;
+        const QString name = QString::fromLocal8Bit(at->ifa_name);
+        QHostAddress address(at->ifa_addr);
+        // A link-local IPv6 address means something only together with its interface.
+        if (address.isLinkLocal() && address.protocol() == QAbstractSocket::IPv6Protocol)
+            address.setScopeId(name);
+        auto it = std::find_if(list.begin(), list.end(),
+                               [&](const InterfaceAddresses &i) { return i.name == name; });
+        if (it == list.end())
+            it = list.insert(list.end(), InterfaceAddresses{name, {}});
+        it->addresses.append(address.toString());
     }
+    freeifaddrs(all);
     return list;
 }
 
