@@ -1,6 +1,6 @@
-// The system menu as a user meets it in the running shell: a program started from its entry
-// file by keys alone, the run dialog typed into on the soft keyboard, and the reboot question
-// answered both ways (with a stand-in "reboot" first on the PATH).
+// The system menu as a user meets it in the running shell, in one walk: a program started
+// from its entry file by keys alone, a command typed into the run dialog on the soft keyboard,
+// and the reboot question answered No, then Yes (with a stand-in "reboot" first on the PATH).
 #include "qwskeyboardwidget.h"
 #include "shellwindows.h"
 
@@ -26,7 +26,7 @@ QPoint menuItem(const QRect &menu, int index)
 
 enum MenuItem { Programs, Settings, Run, Reboot };
 const QPoint startButton(30, 456);
-const char systemMenuName[] = "QMenuClassWindow";
+const QRegularExpression menuShown = serverWindow("Show", "QMenuClassWindow");
 
 } // namespace
 
@@ -35,23 +35,14 @@ class TestStartMenu : public QObject
     Q_OBJECT
 private slots:
     void initTestCase();
-    void init();
-
-    void programEntryStartsClient();
-    void runDialogStartsTypedCommand_data();
-    void runDialogStartsTypedCommand();
-    void rebootOnlyOnYes_data();
-    void rebootOnlyOnYes();
+    void walkThroughTheMenu_data();
+    void walkThroughTheMenu();
 
 private:
-    // A shell with the start-menu root and a folder put first on its PATH.
-    bool startShell(ShellHarness &h, const QProcessEnvironment &extraEnv = {});
     // Clicks the start button and returns the system menu's geometry.
     QRect openMenuByPointer(ShellHarness &h);
 
     QTranslator m_catalogue;
-    std::unique_ptr<QTemporaryDir> m_root;
-    QString m_bin;
 };
 
 void TestStartMenu::initTestCase()
@@ -63,52 +54,15 @@ void TestStartMenu::initTestCase()
     QCoreApplication::installTranslator(&m_catalogue);
 }
 
-void TestStartMenu::init()
-{
-    m_root = std::make_unique<QTemporaryDir>();
-    QVERIFY(m_root->isValid());
-    const QDir root(m_root->path());
-    QVERIFY(root.mkpath(".Program") && root.mkpath(".Setting") && root.mkpath("bin"));
-    m_bin = root.filePath("bin");
-}
-
-bool TestStartMenu::startShell(ShellHarness &h, const QProcessEnvironment &extraEnv)
-{
-    QProcessEnvironment env = extraEnv;
-    env.insert("TIDESHELL_STARTMENU_DIR", m_root->path());
-    env.insert("PATH", m_bin + QLatin1Char(':') + qEnvironmentVariable("PATH"));
-    return h.start({}, env);
-}
-
 QRect TestStartMenu::openMenuByPointer(ShellHarness &h)
 {
-    const QRegularExpression shown = serverWindow("Show", systemMenuName);
-    const int before = h.shell().countLines(shown);
+    const int before = h.shell().countLines(menuShown);
     h.send("topen");
     h.click(startButton);
-    return waitForNext(h.shell(), shown, before);
+    return waitForNext(h.shell(), menuShown, before);
 }
 
-// The keys reach each menu as it opens, before the platform has shown its window.
-void TestStartMenu::programEntryStartsClient()
-{
-    QVERIFY(writeFile(QDir(m_root->path()).filePath(".Program/client.menu"),
-                      "Name=client\nPath=" + qgetenv("TIDE_TEST_CLIENT") +
-                          " --title launched\nDir=\nIcon=\n"));
-    ShellHarness h;
-    QVERIFY(startShell(h));
-    LineProcess &shell = h.shell();
-    h.tap(0, Qt::Key_F12);
-    h.tap(0, Qt::Key_Down);
-    h.tap(0, Qt::Key_Right);
-    h.tap(13, Qt::Key_Return);
-    QVERIFY(shell.waitForLine(clientShown("launched")).hasMatch());
-    // Both menus opened, and choosing closed them.
-    QCOMPARE(shell.countLines(serverWindow("Show", systemMenuName)), 2);
-    QTRY_COMPARE_WITH_TIMEOUT(shell.countLines(serverWindow("Hide", systemMenuName)), 2, 5000);
-}
-
-void TestStartMenu::runDialogStartsTypedCommand_data()
+void TestStartMenu::walkThroughTheMenu_data()
 {
     // On xcb the shell's windows are X windows of a bare X server, without a window manager
     // to hand the opening dialog the focus. There the keyboard is hidden before, elsewhere up.
@@ -117,16 +71,27 @@ void TestStartMenu::runDialogStartsTypedCommand_data()
     QTest::newRow("xcb") << true;
 }
 
-// "tc" typed on the soft keyboard, a script found through the shell's PATH; Return starts it.
-void TestStartMenu::runDialogStartsTypedCommand()
+void TestStartMenu::walkThroughTheMenu()
 {
     QFETCH(bool, xcb);
-    QVERIFY(writeFile(m_bin + "/tc",
-                      "#!/bin/sh\nexec '" + qgetenv("TIDE_TEST_CLIENT") + "' --title typed\n",
-                      true));
-    ShellHarness h;
+    QTemporaryDir root;
+    const QDir dir(root.path());
+    QVERIFY(dir.mkpath(".Program") && dir.mkpath(".Setting") && dir.mkpath("bin"));
+    const QString bin = dir.filePath("bin");
+    const QByteArray client = qgetenv("TIDE_TEST_CLIENT");
+    // Entries lacking a key are skipped; being smaller, they would come first in the menu.
+    QVERIFY(writeFile(dir.filePath(".Program/client.menu"),
+                      "Name=client\nPath=" + client + " --title launched\nDir=\nIcon=\n"));
+    QVERIFY(writeFile(dir.filePath(".Program/nodir.menu"), "Name=a\nPath=/bin/true\nIcon=\n"));
+    QVERIFY(writeFile(dir.filePath(".Program/section.menu"),
+                      "[E]\nName=b\nPath=/bin/true\nDir=\nIcon=\n"));
+    QVERIFY(writeFile(bin + "/tc", "#!/bin/sh\nexec '" + client + "' --title typed\n", true));
+    // Never the real reboot: the shell finds this stand-in first on its PATH.
+    const QString rebootLog = dir.filePath("reboot.log");
+    QVERIFY(writeRecorder(bin + "/reboot", rebootLog));
+
     LineProcess x("Xvfb");
-    QProcessEnvironment xEnv;
+    QProcessEnvironment env;
     if (xcb) {
         // -displayfd: the server prints its display number once it takes connections.
         x.process().start("Xvfb", {"-displayfd", "1", "-screen", "0", "800x480x24", "-dpi", "96",
@@ -135,12 +100,27 @@ void TestStartMenu::runDialogStartsTypedCommand()
             QSKIP("Xvfb is not installed");
         const QRegularExpressionMatch display = x.waitForLine(QRegularExpression("^(\\d+)$"));
         QVERIFY(display.hasMatch());
-        xEnv.insert("QT_QPA_PLATFORM", "xcb");
-        xEnv.insert("DISPLAY", ":" + display.captured(1));
+        env.insert("QT_QPA_PLATFORM", "xcb");
+        env.insert("DISPLAY", ":" + display.captured(1));
     }
-    QVERIFY(startShell(h, xEnv));
+    env.insert("TIDESHELL_STARTMENU_DIR", root.path());
+    env.insert("PATH", bin + QLatin1Char(':') + qEnvironmentVariable("PATH"));
+    ShellHarness h;
+    QVERIFY(h.start({}, env));
     LineProcess &shell = h.shell();
-    // A client has the focus when the dialog opens; it must not get the dialog's keys.
+
+    // The keys reach each menu as it opens, before the platform has shown its window.
+    h.tap(0, Qt::Key_F12);
+    h.tap(0, Qt::Key_Down);
+    h.tap(0, Qt::Key_Right);
+    h.tap(13, Qt::Key_Return);
+    QVERIFY(shell.waitForLine(clientShown("launched")).hasMatch());
+    // Both menus opened, and choosing closed them.
+    QCOMPARE(shell.countLines(menuShown), 2);
+    QTRY_COMPARE_WITH_TIMEOUT(shell.countLines(serverWindow("Hide", "QMenuClassWindow")), 2, 5000);
+
+    // "tc" typed on the soft keyboard, a script found through the shell's PATH; Return starts
+    // it. A client has the focus when the dialog opens; it must not get the dialog's keys.
     LineProcess *behind = h.startQtClient();
     QVERIFY(behind);
     const QRegularExpression kbdShown = serverWindow("Show", "QwsKeyBoardWidgetWindow");
@@ -149,10 +129,7 @@ void TestStartMenu::runDialogStartsTypedCommand()
         h.send("kbdshow");
         QVERIFY(!waitForNext(shell, kbdShown, 0).isEmpty());
     }
-
-    const QRect menu = openMenuByPointer(h);
-    QVERIFY(!menu.isEmpty());
-    h.click(menuItem(menu, Run));
+    h.click(menuItem(openMenuByPointer(h), Run));
     QVERIFY(!waitForNext(shell, serverWindow("Show", "SysRunDialogWindow"), 0).isEmpty());
     const QRect keyboard = waitForNext(shell, kbdShown, 0);
     QVERIFY(!keyboard.isEmpty());
@@ -170,45 +147,27 @@ void TestStartMenu::runDialogStartsTypedCommand()
         h.click(keyboard.topLeft() + key->mapTo(&kbd, key->rect().center()));
     }
     h.tap(13, Qt::Key_Return);
-
     QVERIFY(shell.waitForLine(clientShown("typed")).hasMatch());
     QVERIFY(!waitForNext(shell, serverWindow("Hide", "SysRunDialogWindow"), 0).isEmpty());
     // The keyboard is hidden again before the program starts, or it stays as it was.
     QCOMPARE(shell.countLines(kbdHidden), hiddenBefore + (xcb ? 1 : 0));
     QCOMPARE(behind->countLines(QRegularExpression("^(text|key) ")), 0);
-}
-
-void TestStartMenu::rebootOnlyOnYes_data()
-{
-    QTest::addColumn<int>("answer");
-    QTest::addColumn<QStringList>("runs");
-    QTest::newRow("No") << int('n') << QStringList();
-    QTest::newRow("Yes") << int('y') << QStringList{"run"};
-}
-
-void TestStartMenu::rebootOnlyOnYes()
-{
-    QFETCH(int, answer);
-    QFETCH(QStringList, runs);
-    // Never the real one: the shell finds this stand-in first on its PATH.
-    const QString log = QDir(m_root->path()).filePath("reboot.log");
-    QVERIFY(writeRecorder(m_bin + "/reboot", log));
-    ShellHarness h;
-    QVERIFY(startShell(h));
-    LineProcess &shell = h.shell();
-
-    const QRect menu = openMenuByPointer(h);
-    QVERIFY(!menu.isEmpty());
-    h.click(menuItem(menu, Reboot));
-    QVERIFY(!waitForNext(shell, serverWindow("Show", "\\S*", "警告"), 0).isEmpty());
-    h.tap(answer, answer - 'a' + Qt::Key_A);
-    QVERIFY(!waitForNext(shell, serverWindow("Hide", "\\S*", "警告"), 0).isEmpty());
 
     // The shell waits for the reboot command; once it handles the next command, a run that
     // should not have happened would have left its mark.
+    h.send("kbdhide");
+    const QRegularExpression warning = serverWindow("(?:Show|Hide)", "\\S*", "警告");
+    for (const char answer : {'n', 'y'}) {
+        const int before = shell.countLines(warning);
+        h.click(menuItem(openMenuByPointer(h), Reboot));
+        QVERIFY(!waitForNext(shell, warning, before).isEmpty());
+        h.tap(answer, answer - 'a' + Qt::Key_A);
+        QVERIFY(!waitForNext(shell, warning, before + 1).isEmpty());
+    }
+    const int menus = shell.countLines(menuShown);
     h.tap(0, Qt::Key_F12);
-    QVERIFY(!waitForNext(shell, serverWindow("Show", systemMenuName), 1).isEmpty());
-    QCOMPARE(recordedRuns(log), runs);
+    QVERIFY(!waitForNext(shell, menuShown, menus).isEmpty());
+    QCOMPARE(recordedRuns(rebootLog), QStringList{"run"});
 }
 
 QTEST_MAIN(TestStartMenu)
