@@ -1,6 +1,6 @@
 // The shell as a user meets it: start-up under a service manager, the single-instance rule,
 // the function keys, and windows raised, framed, closed and given menus by touch.
-#include "shellharness.h"
+#include "shellwindows.h"
 
 #include <QScopeGuard>
 #include <QTest>
@@ -184,11 +184,8 @@ void TestStartup::focusFollowsTouchOnWindowsAndFrames()
     QVERIFY(below->waitForLine("focus out"));
     h.tap('a', 'A');
     QVERIFY(above->waitForLine("text a"));
-    const QRegularExpressionMatch shown = h.shell().waitForLine(
-        QRegularExpression("window \\d+ Show x=(\\d+) y=(\\d+) w=(\\d+) .*title=above$"));
-    QVERIFY(shown.hasMatch());
-    const QRect placed(shown.captured(1).toInt(), shown.captured(2).toInt(),
-                       shown.captured(3).toInt(), 200);
+    const QRect placed = waitForNext(h.shell(), clientWindow("Show", "above"), 0);
+    QCOMPARE(placed.size(), QSize(320, 200));
     // A frame lies above its window; its buttons from the right: close, maximise, to the back.
     const auto button = [](const QRect &window, int index) {
         return QPoint(window.right() + 1 - 24 - 48 * index, window.y() - 18);
@@ -236,10 +233,7 @@ void TestStartup::clientMenusOpenAndClose()
     QVERIFY(h.start());
     LineProcess *client = h.startQtClient();
     QVERIFY(client);
-    const QRegularExpressionMatch shown =
-        h.shell().waitForLine(QRegularExpression("window \\d+ Show x=(\\d+) y=(\\d+) "));
-    QVERIFY(shown.hasMatch());
-    const QPoint inside(shown.captured(1).toInt() + 150, shown.captured(2).toInt() + 150);
+    const QPoint inside = waitForNext(h.shell(), clientWindow("Show"), 0).center();
 
     // A right click opens the client's menu. It opens under the resting pointer, which the
     // shell then moves into it; keys sent before that would race the pointer.
