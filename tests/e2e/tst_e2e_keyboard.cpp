@@ -249,14 +249,11 @@ void TestE2eKeyboard::chineseAndF13ReachEveryToolkit()
         extra.insert(env.section(QLatin1Char('='), 0, 0), env.section(QLatin1Char('='), 1));
     const int activeBefore = h.shell().mark();
     LineProcess *client = h.startClient(program, args, extra);
-    QVERIFY(h.shell()
-                .waitForLine(QRegularExpression("window \\d+ Active"), 10000, activeBefore)
-                .hasMatch());
+    QVERIFY(h.logged("window \\d+ Active", activeBefore));
     // foot is ready once its child reads raw and it has committed its text input again after
     // its first frame: it drops text whose done serial is behind its count of commits.
     QVERIFY(report != ByteLines || client->waitForLine(QStringLiteral("ready")));
-    QVERIFY(report != ByteLines ||
-            h.shell().waitForLine(QRegularExpression("text-input-v3 commit 2$")).hasMatch());
+    QVERIFY(report != ByteLines || h.logged("text-input-v3 commit 2$"));
     const auto typed = [&] { return received(client, Report(report)); };
 
     // Three characters as keys without a key code, three pinyin candidates tapped on the soft

@@ -4,8 +4,8 @@
 
 #include <QScopeGuard>
 #include <QTest>
+#include <QUdpSocket>
 
-#include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/prctl.h>
@@ -36,18 +36,6 @@ QByteArray receive(int fd, int timeoutMs)
     char buffer[512];
     const ssize_t n = poll(&p, 1, timeoutMs) == 1 ? recv(fd, buffer, sizeof(buffer), 0) : 0;
     return QByteArray(buffer, int(qMax<ssize_t>(n, 0)));
-}
-
-// Whether someone holds this UDP port: a plain bind fails then.
-bool udpPortTaken(quint16 port)
-{
-    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_port = htons(port);
-    const bool taken = bind(fd, reinterpret_cast<sockaddr *>(&addr), sizeof(addr)) != 0;
-    ::close(fd);
-    return taken;
 }
 
 } // namespace
@@ -98,7 +86,9 @@ void TestStartup::oneDetachedInstanceUnderServiceManager()
     // Ready only once clients can connect and the control port is bound: both are checked
     // the moment the report arrives. It names the server's pid, also after detaching.
     const QByteArray ready = receive(notify, 15000);
-    const bool controlBound = udpPortTaken(h.controlPort());
+    QUdpSocket probe; // binds only where nobody else does
+    const bool controlBound =
+        !probe.bind(QHostAddress::Any, h.controlPort(), QUdpSocket::DontShareAddress);
     qint64 server = socketOwnerPid(h.socketPath());
     const auto stop = qScopeGuard([&] {
         if (server > 0)
