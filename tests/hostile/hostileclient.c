@@ -1,6 +1,6 @@
-// A Wayland client that misbehaves on purpose, one way per run: argv[1] names the case, and
-// --list prints them all. The shell must survive every one of them and go on serving other
-// clients; being disconnected with a protocol error is a fair answer.
+// A Wayland client that misbehaves on purpose, one way per run: argv[1] names the case. The shell
+// must survive every one of them and go on serving other clients; being disconnected with a
+// protocol error is a fair answer.
 //
 // Exit status: 0 the case ran to its end, 2 the shell disconnected us (protocol error or a
 // closed socket), 1 bad usage or no shell.
@@ -218,16 +218,11 @@ int main(int argc, char **argv)
     setvbuf(stdout, NULL, _IOLBF, 0);
     const char *name = argc == 2 ? argv[1] : "";
     int which = -1;
-    for (int i = 0; i < CaseCount; ++i) {
-        if (!strcmp(name, "--list"))
-            puts(cases[i].name);
-        else if (!strcmp(name, cases[i].name))
+    for (int i = 0; i < CaseCount; ++i)
+        if (!strcmp(name, cases[i].name))
             which = i;
-    }
-    if (!strcmp(name, "--list"))
-        return 0;
     if (which < 0) {
-        fprintf(stderr, "usage: %s --list | CASE\n", argv[0]);
+        fprintf(stderr, "usage: %s CASE\n", argv[0]);
         return 1;
     }
     display = wl_display_connect(NULL);
