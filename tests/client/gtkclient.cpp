@@ -1,6 +1,5 @@
 // The GTK 3 counterpart of the Qt test client: one window with an entry that prints, one
-// line each on standard output, "focus in" when the entry gets the keyboard focus,
-// "text TEXT" after every change and "key KEYVAL" for every key press, the keysym in hex.
+// line each, "text TEXT" after every change and "key KEYVAL" for every key press (in hex).
 #include <cstdio>
 #include <gtk/gtk.h>
 
@@ -10,13 +9,6 @@ void on_changed(GtkEditable *editable, gpointer)
 {
     std::printf("text %s\n", gtk_entry_get_text(GTK_ENTRY(editable)));
     std::fflush(stdout);
-}
-
-gboolean on_focus_in(GtkWidget *, GdkEvent *, gpointer)
-{
-    std::printf("focus in\n");
-    std::fflush(stdout);
-    return FALSE;
 }
 
 gboolean on_key_press(GtkWidget *, GdkEventKey *event, gpointer)
@@ -37,7 +29,6 @@ int main(int argc, char **argv)
     GtkWidget *entry = gtk_entry_new();
     gtk_container_add(GTK_CONTAINER(window), entry);
     g_signal_connect(entry, "changed", G_CALLBACK(&on_changed), NULL);
-    g_signal_connect(entry, "focus-in-event", G_CALLBACK(&on_focus_in), NULL);
     g_signal_connect(entry, "key-press-event", G_CALLBACK(&on_key_press), NULL);
     g_signal_connect(window, "destroy", G_CALLBACK(gtk_main_quit), NULL);
     gtk_widget_show_all(window);

@@ -1,12 +1,7 @@
-// A Wayland client for the end-to-end tests: one window with a line edit. It reports what
-// happens to it on standard output, one line each, as a user would see it:
-//   size W H                 the window's size after every resize
-//   focus in|out             keyboard focus of the line edit
-//   text TEXT                the line edit's text after every change
-//   key press KEY TEXT       every key the line edit gets
-//   popup shown|hidden, popup pointer in|out, popup triggered ITEM
-//                            the context menu a right click opens, and the pointer in it
-// Options: --maximized, --fullscreen, --frameless, --title TEXT. Builds with Qt 5 and with Qt 6.
+// A Wayland client for the end-to-end tests: one window with a line edit, reporting one line
+// each: "size W H", "focus in|out", "text TEXT", "key press KEY TEXT", and for the context
+// menu a right click opens "popup shown|hidden", "popup pointer in|out", "popup triggered
+// ITEM". Options: --maximized, --fullscreen, --frameless, --title TEXT. Qt 5 and Qt 6.
 #include <QApplication>
 #include <QContextMenuEvent>
 #include <QLineEdit>
@@ -87,7 +82,6 @@ int main(int argc, char **argv)
     layout->addStretch();
     QObject::connect(edit, &QLineEdit::textChanged,
                      [](const QString &text) { report(QStringLiteral("text ") + text); });
-    // A window that draws no frame and asks the shell for none either.
     if (args.contains("--frameless"))
         window.setWindowFlag(Qt::FramelessWindowHint);
     window.resize(320, 200);

@@ -17,6 +17,15 @@ inline QRegularExpression serverWindow(const QString &event, const QString &name
                                   .arg(event, name, title));
 }
 
+// A client's "window N Show|Raise|..." line; captures x, y, w, h.
+inline QRegularExpression clientWindow(const QString &event,
+                                       const QString &title = QStringLiteral(".*"))
+{
+    return QRegularExpression(
+        QStringLiteral("window \\d+ %1 x=(-?\\d+) y=(-?\\d+) w=(\\d+) h=(\\d+) .*title=%2$")
+            .arg(event, title));
+}
+
 // Waits for the (before + 1)-th line matching re, so that a window shown again is told apart
 // from its earlier showing. Returns its geometry, or an empty one on time-out.
 inline QRect waitForNext(LineProcess &shell, const QRegularExpression &re, int before,

@@ -1,12 +1,7 @@
-// The soft keyboard as a user meets it in the running shell: brought up from the bar's
-// keyboard button or the control port, typing into a focused client in English and in pinyin,
-// dragged around by its label, and what each kind of client receives from it. Every tap is
-// real pointer input through the control port's "smouse", routed like a finger on the screen.
-//
-// Where a button sits on the screen is worked out from a keyboard built in this process: it
-// has the same form, style, fonts and catalogue as the shell's, so once it has the size the
-// shell logs for its keyboard, its buttons lie where the shell's do, relative to the
-// keyboard's top-left corner.
+// The soft keyboard in the running shell: shown and hidden from the bar or the control port,
+// typing in English and pinyin, dragged by its label, and what each toolkit receives from it.
+// Taps are "smouse" datagrams. A keyboard built here has the shell's form, style, fonts and
+// catalogue: at the size the shell logs, its buttons lie where the shell's do.
 #include "qwskeyboardwidget.h"
 #include "shellwindows.h"
 
@@ -19,8 +14,7 @@ namespace {
 
 const QRegularExpression keyboardShown = serverWindow("Show", "QwsKeyBoardWidgetWindow");
 
-// The keyboard's place on the screen as the shell has it now: hiding and showing it again,
-// in English, makes the shell log its geometry.
+// The keyboard's place on the screen now: shown again in English, it logs its geometry.
 QRect keyboardNow(ShellHarness &h)
 {
     const int shown = h.shell().countLines(keyboardShown);
@@ -44,18 +38,16 @@ class TestE2eKeyboard : public QObject
 {
     Q_OBJECT
 private slots:
-    // One shell and Qt client serve the tests but the toolkit rows, which need their own.
+    // One shell and Qt client serve all but the toolkit rows.
     void initTestCase();
     void cleanup();
     void showAndHide();
-    void typesEnglishThenPinyin();
-    void dragMovesKeyboardWithThePointer();
+    void typesThenMovesByItsLabel();
     void chineseAndF13ReachEveryToolkit_data();
     void chineseAndF13ReachEveryToolkit();
 
 private:
-    // Where a point of the keyboard's widget of this name (its centre by default) lies on the
-    // screen, for a keyboard the shell shows with the given geometry.
+    // Where a point of the named key or label (its centre by default) lies on the screen.
     QPoint onScreen(const QRect &keyboard, const char *name, QPoint local = {-1, -1});
     void typeKeys(ShellHarness &h, const QRect &keyboard, const QList<const char *> &names);
 
@@ -110,21 +102,20 @@ void TestE2eKeyboard::typeKeys(ShellHarness &h, const QRect &keyboard,
 
 void TestE2eKeyboard::showAndHide()
 {
-    // "button" is a tap on the bar's keyboard button, which ends the bar's row inside the
-    // layout's right margin; the other steps are control datagrams. Each step that should
-    // change nothing is followed by one whose effect shows that it did not.
+    // "button" is a tap on the bar's keyboard button, at the right end of the bar's row; the
+    // other steps are datagrams. A step that changes nothing is followed by one that shows it.
     const QRegularExpression barShown = serverWindow("Show", "TitleBarWidgetWindow");
     m_h->send("topen");
     const QRect bar = waitForNext(m_h->shell(), barShown, 1);
     QVERIFY(!bar.isEmpty());
     const int margin = m_face->style()->pixelMetric(QStyle::PM_LayoutRightMargin);
     const QPoint button(bar.right() - margin - 23, bar.y() + 24);
-    const QStringList steps{"kbdtoggle", "kbdtoggle", "kbdhide", "button",      "kbdshow",
-                            "kbdshow 1", "kbdtoggle", "button",  "kbdhide now", "kbdshow 0"};
+    const QStringList steps{"kbdtoggle", "kbdtoggle", "button",  "button",    "kbdshow",
+                            "kbdshow 1", "kbdtoggle", "kbdhide", "kbdtoggle", "kbdhide"};
     const int first = m_h->shell().mark();
     for (const QString &step : steps)
         step == QLatin1String("button") ? m_h->click(button) : m_h->send(step.toLatin1());
-    // The shell handles taps and datagrams in order: once the bar has gone, all is done.
+    // Taps and datagrams are handled in order: once the bar has gone, all is done.
     m_h->send("tclose");
     QVERIFY(m_h->shell()
                 .waitForLine(serverWindow("Hide", "TitleBarWidgetWindow"), 10000, first)
@@ -134,12 +125,12 @@ void TestE2eKeyboard::showAndHide()
     QString logged;
     for (const QString &line : m_h->shell().lines().mid(first))
         logged += event.match(line).captured(1).left(1);
-    QCOMPARE(logged, QStringLiteral("SHSHSHS"));
+    QCOMPARE(logged, QStringLiteral("SHSHSHSH"));
 }
 
-void TestE2eKeyboard::typesEnglishThenPinyin()
+void TestE2eKeyboard::typesThenMovesByItsLabel()
 {
-    const QRect keyboard = keyboardNow(*m_h);
+    QRect keyboard = keyboardNow(*m_h);
     QVERIFY(!keyboard.isEmpty());
 
     // English: every tap is a key press and release for the client; "l" twice in a row.
@@ -155,42 +146,31 @@ void TestE2eKeyboard::typesEnglishThenPinyin()
     QVERIFY(m_client->waitForLine(QStringLiteral("text hello妮ni")));
     QVERIFY(!m_client->hasLine(QRegularExpression(QStringLiteral("^text hellon"))));
 
-    // A method number the keyboard does not have only shows it, still in pinyin; 0 selects
-    // English again.
+    // A method the keyboard lacks only shows it, still in pinyin; 0 selects English.
     m_h->send("kbdshow 7");
     typeKeys(*m_h, keyboard, {"btn_3_7", "btn_1_9", "hzBtn1"});
     QVERIFY(m_client->waitForLine(QStringLiteral("text hello妮ni尼")));
     m_h->send("kbdshow 0");
     typeKeys(*m_h, keyboard, {"btn_2_7"});
     QVERIFY(m_client->waitForLine(QStringLiteral("text hello妮ni尼h")));
-}
 
-void TestE2eKeyboard::dragMovesKeyboardWithThePointer()
-{
-    const QRect first = keyboardNow(*m_h);
-    QVERIFY(!first.isEmpty());
     const QRegularExpression text(QStringLiteral("^text "));
     const int typed = m_client->countLines(text);
-
-    // A press at (10, 10) in the drag label and a slide to (100, 200) on the screen move the
-    // keyboard's corner to (90, 190).
-    dragBy(*m_h, onScreen(first, "label", {10, 10}), QPoint(90, 190) - first.topLeft());
-    QRect keyboard = keyboardNow(*m_h);
-    QCOMPARE(keyboard, QRect(QPoint(90, 190), first.size()));
-
-    // Up by the middle of the label; the keys are now where the keyboard went, and the drags
-    // typed nothing.
+    // A press at (10, 10) in the label slid to (100, 200) puts the corner at (90, 190).
+    dragBy(*m_h, onScreen(keyboard, "label", {10, 10}), QPoint(90, 190) - keyboard.topLeft());
+    keyboard.moveTo(90, 190);
+    QCOMPARE(keyboardNow(*m_h), keyboard);
+    // Up by the middle of the label; the keys went with it, and the drags typed nothing.
     dragBy(*m_h, onScreen(keyboard, "label"), QPoint(-10, -95));
-    keyboard = keyboardNow(*m_h);
-    QCOMPARE(keyboard.topLeft(), QPoint(80, 95));
+    keyboard.moveTo(80, 95);
+    QCOMPARE(keyboardNow(*m_h), keyboard);
     typeKeys(*m_h, keyboard, {"btn_2_7", "btn_1_9"});
     QVERIFY(m_client->waitForLine(QRegularExpression(QStringLiteral("^text .*hi$"))).hasMatch());
     QCOMPARE(m_client->countLines(text), typed + 2);
 }
 
-// How a client tells what it got: the test clients print their line edit's text and every key,
-// weston-eventdemo the keysym of every key ("key key: 240, unicode: KEYSYM, state: pressed"),
-// and a terminal's child the bytes it reads, one per line in hexadecimal.
+// How a client tells what it got: the test clients print their text and every key,
+// weston-eventdemo every key's keysym, and a terminal's child each byte it reads in hex.
 enum Report { QtLines, GtkLines, KeyLines, ByteLines };
 
 // What a client has got so far, as text, with "<F13>" once the F13 key reached it.
@@ -224,8 +204,7 @@ QString received(LineProcess *client, Report report)
 
 void TestE2eKeyboard::chineseAndF13ReachEveryToolkit_data()
 {
-    // program: an executable or the variable that names it; way: how the shell hands the
-    // client committed text.
+    // program: an executable or the variable naming it; way: how committed text is handed over.
     QTest::addColumn<QString>("program");
     QTest::addColumn<QStringList>("args");
     QTest::addColumn<QString>("env");
@@ -270,19 +249,15 @@ void TestE2eKeyboard::chineseAndF13ReachEveryToolkit()
         extra.insert(env.section(QLatin1Char('='), 0, 0), env.section(QLatin1Char('='), 1));
     const int activeBefore = h.shell().mark();
     LineProcess *client = h.startClient(program, args, extra);
-    QVERIFY(h.shell()
-                .waitForLine(QRegularExpression("window \\d+ Active"), 10000, activeBefore)
-                .hasMatch());
-    // foot is ready once the program in it reads the keys raw, and once it has committed its
-    // text-input state again after its first frame: it drops text whose done serial is behind
-    // its own count of commits.
+    QVERIFY(h.logged("window \\d+ Active", activeBefore));
+    // foot is ready once its child reads raw and it has committed its text input again after
+    // its first frame: it drops text whose done serial is behind its count of commits.
     QVERIFY(report != ByteLines || client->waitForLine(QStringLiteral("ready")));
-    QVERIFY(report != ByteLines ||
-            h.shell().waitForLine(QRegularExpression("text-input-v3 commit 2$")).hasMatch());
+    QVERIFY(report != ByteLines || h.logged("text-input-v3 commit 2$"));
     const auto typed = [&] { return received(client, Report(report)); };
 
-    // Three different characters in a row, each as a key without a key code; then three more
-    // from pinyin candidates tapped on the soft keyboard; then a key the layout lacks.
+    // Three characters as keys without a key code, three pinyin candidates tapped on the soft
+    // keyboard, then a key the layout lacks.
     for (char32_t c : {U'中', U'文', U'字'})
         h.tap(int(c), 0);
     QTRY_COMPARE_WITH_TIMEOUT(typed(), QStringLiteral("中文字"), 10000);

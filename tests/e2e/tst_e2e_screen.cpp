@@ -1,7 +1,6 @@
-// The screen as the device shows it: the shell runs on the vnc platform, where Qt composes
-// every window into one framebuffer image just as linuxfb does on the device, and the tests
-// read that image back over RFB. What a window claims (shown, geometry) is not enough here:
-// only the pixels show whether it is really on the screen and how it mixes with the desktop.
+// The screen as the device shows it: on the vnc platform Qt composes every window into one
+// image as linuxfb does on the device, and the tests read it back over RFB. Only the pixels
+// show whether a window is really on the screen and how it mixes with the desktop.
 #include "rfbclient.h"
 #include "shellwindows.h"
 
@@ -35,7 +34,6 @@ class TestScreen : public QObject
     Q_OBJECT
 private slots:
     void initTestCase();
-    void barBlendsWithDesktop_data();
     void barBlendsWithDesktop();
     void menuAndRunDialogShownAgain();
     void keyboardLeavesTopBarUncovered();
@@ -53,8 +51,7 @@ private:
 
 void TestScreen::initTestCase()
 {
-    // A script that waits for the socket and then sends at once must find the bar listening:
-    // nothing else opens the bar here.
+    // Sent the moment the socket is there: the bar must be listening already.
     QVERIFY(m_shell.startOnVnc({}, false));
     m_shell.send("topen");
     QVERIFY(m_vnc.connectTo(m_shell.vncPort()));
@@ -83,31 +80,19 @@ bool TestScreen::covered(const QRect &area)
     return QTest::qWaitFor([&] { return desktopShare() < 0.05; }, 10000);
 }
 
-void TestScreen::barBlendsWithDesktop_data()
-{
-    QTest::addColumn<QByteArray>("command");
-    QTest::addColumn<QColor>("colour");
-    QTest::newRow("own half-transparent white") << QByteArray() << QColor(255, 255, 255, 128);
-    QTest::newRow("twindowcolor half red")
-        << QByteArray("twindowcolor 255,0,0,128") << QColor(255, 0, 0, 128);
-    QTest::newRow("twindowcolor opaque blue")
-        << QByteArray("twindowcolor 0,0,255,255") << QColor(0, 0, 255, 255);
-}
-
 void TestScreen::barBlendsWithDesktop()
 {
-    QFETCH(QByteArray, command);
-    QFETCH(QColor, colour);
-    if (!command.isEmpty())
-        m_shell.send(command);
     // The middle of the bar at the bottom, where no widget of the bar paints.
-    QVERIFY(shows(QPoint(400, 456), onDesktop(colour)));
+    const QPoint middle(400, 456);
+    QVERIFY(shows(middle, bar));
+    m_shell.send("twindowcolor 255,0,0,128");
+    QVERIFY(shows(middle, onDesktop(QColor(255, 0, 0, 128))));
     m_shell.send("twindowcolor 255,255,255,128");
 }
 
 void TestScreen::menuAndRunDialogShownAgain()
 {
-    // A window closed the way a user closes it must reach the screen when it is shown again.
+    // Closed as a user closes them, the menu and the dialog must reach the screen again.
     const QRegularExpression menuShown = serverWindow("Show", "QMenuClassWindow");
     const QRegularExpression dialogShown = serverWindow("Show", "SysRunDialogWindow");
     for (int round = 0; round < 2; ++round) {
@@ -144,14 +129,11 @@ void TestScreen::keyboardLeavesTopBarUncovered()
 
 void TestScreen::clientContentIsShown()
 {
-    // A client's window is drawn from its own buffer: its light background where the window
-    // is, and the desktop beside it.
-    const int mark = m_shell.shell().mark();
+    // A client's light background where its window is, and the desktop beside it.
+    const QRegularExpression shown = clientWindow("Show");
+    const int before = m_shell.shell().countLines(shown);
     QVERIFY(m_shell.startQtClient());
-    const QRegularExpressionMatch m = m_shell.shell().waitForLine(
-        QRegularExpression("window \\d+ Show x=(\\d+) y=(\\d+) w=(\\d+) h=(\\d+) "), 10000, mark);
-    const QRect window(m.captured(1).toInt(), m.captured(2).toInt(), m.captured(3).toInt(),
-                       m.captured(4).toInt());
+    const QRect window = waitForNext(m_shell.shell(), shown, before);
     QVERIFY(window.width() > 100);
     QVERIFY(QTest::qWaitFor([&] { return qGray(m_vnc.grab().pixel(window.center())) > 200; }));
     QVERIFY(shows(window.center() - QPoint(window.width(), 0), desktop));
