@@ -257,8 +257,12 @@ void TestE2eKeyboard::chineseAndF13ReachEveryToolkit()
     const auto typed = [&] { return received(client, Report(report)); };
 
     // Three characters as keys without a key code, three pinyin candidates tapped on the soft
-    // keyboard, then a key the layout lacks.
-    for (char32_t c : {U'中', U'文', U'字'})
+    // keyboard, then a key the layout lacks. The first character goes alone: a client may turn
+    // its text input on only after its window became active, so that it gets the first one
+    // as a key and the next ones as text, and Qt 5 hands queued keys on after text.
+    h.tap(int(U'中'), 0);
+    QTRY_COMPARE_WITH_TIMEOUT(typed(), QStringLiteral("中"), 10000);
+    for (char32_t c : {U'文', U'字'})
         h.tap(int(c), 0);
     QTRY_COMPARE_WITH_TIMEOUT(typed(), QStringLiteral("中文字"), 10000);
     h.send("kbdshow 1");
