@@ -1,10 +1,15 @@
 // Control commands that arrive together are laid out in one go; the bar they leave must be the
-// one they give carried out one by one. Run against a real window server in this process.
+// one they give carried out one by one. The IP label reads the system's interfaces as Qt's own
+// network classes list them. Run against a real window server in this process.
 #include "application.h"
 #include "controlcommand.h"
 #include "testserver.h"
+#include "titlebarlayout.h"
 #include "titlebarwidget.h"
 #include "windowserver.h"
+
+#include <QLabel>
+#include <QNetworkInterface>
 
 class TestTitleBar : public QObject
 {
@@ -12,6 +17,7 @@ class TestTitleBar : public QObject
 private slots:
     void commandsInABurstGiveTheSameBar_data();
     void commandsInABurstGiveTheSameBar();
+    void ipLabelShowsTheSystemsAddresses();
 
 private:
     WindowServer m_server;
@@ -54,6 +60,22 @@ void TestTitleBar::commandsInABurstGiveTheSameBar()
         return state;
     };
     QCOMPARE(finalBar(false), finalBar(true));
+}
+
+void TestTitleBar::ipLabelShowsTheSystemsAddresses()
+{
+    QList<InterfaceAddresses> interfaces;
+    for (const QNetworkInterface &iface : QNetworkInterface::allInterfaces()) {
+        interfaces.append({iface.name(), {}});
+        for (const QNetworkAddressEntry &entry : iface.addressEntries())
+            interfaces.last().addresses.append(entry.ip().toString());
+    }
+    TitleBarWidget bar;
+    bar.runControlCommand(parseControlCommand("topen"), QHostAddress::LocalHost, 1);
+    QCoreApplication::processEvents();
+    const auto *label = bar.findChild<QLabel *>(QStringLiteral("ipLabel"));
+    QVERIFY(label);
+    QCOMPARE(label->text(), ipText(interfaces));
 }
 
 int main(int argc, char **argv)
