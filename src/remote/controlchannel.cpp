@@ -77,15 +77,20 @@ int bindSocket(const QHostAddress &address, quint16 port, bool exclusive)
     return fd;
 }
 
+quint16 portOf(const sockaddr_storage &address)
+{
+    return ntohs(address.ss_family == AF_INET6
+                     ? reinterpret_cast<const sockaddr_in6 *>(&address)->sin6_port
+                     : reinterpret_cast<const sockaddr_in *>(&address)->sin_port);
+}
+
 quint16 boundPort(int fd)
 {
     sockaddr_storage bound{};
     socklen_t length = sizeof bound;
     if (getsockname(fd, reinterpret_cast<sockaddr *>(&bound), &length) != 0)
         return 0;
-    return ntohs(bound.ss_family == AF_INET6
-                     ? reinterpret_cast<const sockaddr_in6 *>(&bound)->sin6_port
-                     : reinterpret_cast<const sockaddr_in *>(&bound)->sin_port);
+    return portOf(bound);
 }
 
 } // namespace
@@ -181,9 +186,7 @@ QList<ControlChannel::Received> ControlChannel::takePending()
             const QByteArray datagram(m_buffer.constData(), qsizetype(got));
             Received r;
             r.sender = QHostAddress(reinterpret_cast<const sockaddr *>(&from));
-            r.senderPort = ntohs(from.ss_family == AF_INET6
-                                     ? reinterpret_cast<const sockaddr_in6 *>(&from)->sin6_port
-                                     : reinterpret_cast<const sockaddr_in *>(&from)->sin_port);
+            r.senderPort = portOf(from);
             if (!senderAllowed(r.sender)) {
                 refuse(r.sender, "(sender not allowed)");
                 continue;
@@ -205,8 +208,8 @@ QList<ControlChannel::Received> ControlChannel::takePending()
 void ControlChannel::sendTo(const QByteArray &data, const QHostAddress &address, quint16 port)
 {
     // With several bound addresses the first socket that can reach the receiver sends; a
-    // socket bound to loopback cannot send elsewhere.
-    // An IPv6 socket reaches IPv4 receivers through their mapped addresses.
+    // socket bound to loopback cannot send elsewhere, and an IPv6 socket reaches IPv4
+    // receivers through their mapped addresses.
     const QHostAddress mapped(address.toIPv6Address());
     for (int fd : std::as_const(m_sockets)) {
         sockaddr_storage own{}, to;

@@ -392,10 +392,7 @@ void TitleBarWidget::runControlCommand(const ControlCommand &cmd, const QHostAdd
     case ControlCommand::AddLabel:
         // A label added now keeps its own colours: the colour asked for before it goes to
         // the widgets there before it.
-        if (m_pendingTextColor.isValid()) {
-            setChildTextColor(m_pendingTextColor);
-            m_pendingTextColor = QColor();
-        }
+        applyPendingTextColor();
         addLabel(cmd.name, cmd.text, sender, senderPort);
         break;
     case ControlCommand::DelLabel:
@@ -455,13 +452,18 @@ void TitleBarWidget::schedulePendingBarChanges()
     QMetaObject::invokeMethod(this, &TitleBarWidget::applyPendingBarChanges, Qt::QueuedConnection);
 }
 
-void TitleBarWidget::applyPendingBarChanges()
+void TitleBarWidget::applyPendingTextColor()
 {
-    m_barChangesScheduled = false;
     if (m_pendingTextColor.isValid()) {
         setChildTextColor(m_pendingTextColor);
         m_pendingTextColor = QColor();
     }
+}
+
+void TitleBarWidget::applyPendingBarChanges()
+{
+    m_barChangesScheduled = false;
+    applyPendingTextColor();
     if (m_barChangePending) {
         if (m_barWanted) {
             showTitleBar();

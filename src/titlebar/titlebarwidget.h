@@ -89,6 +89,7 @@ private:
     void requestBar(bool shown);
     void schedulePendingBarChanges();
     void applyPendingBarChanges();
+    void applyPendingTextColor();
     // Where the system menu opens: its lower edge on the start button's top edge.
     QPoint menuPosition() const;
     void keepKeyboardOffBar();
