@@ -42,10 +42,13 @@ trap cleanup EXIT
 
 record() { echo "$3" >>"$work/fig.$1.$2"; } # figure server value
 
+# Each server's pid and runtime directory, by name: tideshell, weston, qtfloor.
+declare -A pid_of dir_of
+
 # Start-up: exec to a client's first round trip done, and the server's CPU by then.
-# Sets $pid and $dir (the server's runtime directory) and records both figures.
-launch() { # server platform [norecord]
-    local server=$1 platform=$2 out
+# Sets pid_of and dir_of for the server and records both figures.
+launch() { # server platform [norecord]   (Weston ignores the platform)
+    local server=$1 platform=$2 out dir pid ms cpu
     dir=$(mktemp -d "$work/$server-XXXXXX")
     chmod 700 "$dir"
     local sock=s$RANDOM$RANDOM
@@ -63,6 +66,7 @@ launch() { # server platform [norecord]
             --socket="$sock" --no-config --log="$dir/log" 2>"$dir/err")
     fi
     read -r _ pid _ ms _ cpu <<<"$out"
+    pid_of[$server]=$pid dir_of[$server]=$dir
     live+=("$pid")
     echo "$sock" >"$dir/socket"
     [ "$server" = tideshell ] && echo "$port" >"$dir/port"
@@ -93,8 +97,9 @@ wait_for() { # file pattern: until the file has a line matching the pattern (10 
 }
 
 # CPU of the server per frame the client showed, while the client animates.
-frame_cost() { # figure server serverpid dir kind
-    local figure=$1 server=$2 spid=$3 d=$4 kind=$5 log pattern cpid
+frame_cost() { # figure server kind
+    local figure=$1 server=$2 kind=$3 log pattern cpid
+    local spid=${pid_of[$server]} d=${dir_of[$server]}
     log=$(mktemp "$work/client-XXXXXX")
     if [ "$kind" = shm ]; then
         in_server "$d" env WAYLAND_DEBUG=client weston-simple-shm >/dev/null 2>"$log" &
@@ -122,39 +127,28 @@ frame_cost() { # figure server serverpid dir kind
 for round in $(seq "$rounds"); do
     echo "round $round of $rounds" >&2
     if [ $((round % 2)) -eq 1 ]; then order="tideshell weston"; else order="weston tideshell"; fi
-    offscreen="offscreen:configfile=$root/tests/screen-800x480.json"
     for s in $order qtfloor; do
-        if [ "$s" = tideshell ]; then
-            launch tideshell "$offscreen"
-            tpid=$pid tdir=$dir
-        elif [ "$s" = qtfloor ]; then
-            launch qtfloor "$offscreen"
-            fpid=$pid
-        else
-            launch weston ""
-            wpid=$pid wdir=$dir
-        fi
+        launch "$s" "offscreen:configfile=$root/tests/screen-800x480.json"
         sleep 1 # the next start-up is timed on a settled machine (Weston starts clients)
     done
+    tdir=${dir_of[tideshell]}
 
     # Idle: the bar (and its clock) shown; Weston's panel shows its clock.
     control "$tdir" topen
     sleep 3
-    record rss tideshell "$(awk -v k="$("$tool" rss "$tpid")" 'BEGIN { printf "%.1f", k / 1024 }')"
-    record rss weston "$(awk -v k="$("$tool" rss "$wpid")" 'BEGIN { printf "%.1f", k / 1024 }')"
-    record rss qtfloor "$(awk -v k="$("$tool" rss "$fpid")" 'BEGIN { printf "%.1f", k / 1024 }')"
-    t0=$("$tool" ctxt "$tpid") w0=$("$tool" ctxt "$wpid") f0=$("$tool" ctxt "$fpid")
-    sleep "$idle_s"
-    t1=$("$tool" ctxt "$tpid") w1=$("$tool" ctxt "$wpid") f1=$("$tool" ctxt "$fpid")
-    record wakeups tideshell $(((t1 - t0) * 60 / idle_s))
-    record wakeups weston $(((w1 - w0) * 60 / idle_s))
-    record wakeups qtfloor $(((f1 - f0) * 60 / idle_s))
-    stop "$fpid"
-
-    for s in $order; do
-        if [ "$s" = tideshell ]; then frame_cost shm tideshell "$tpid" "$tdir" shm
-        else frame_cost shm weston "$wpid" "$wdir" shm; fi
+    declare -A ctxt0
+    for s in tideshell weston qtfloor; do
+        record rss "$s" "$(awk -v k="$("$tool" rss "${pid_of[$s]}")" \
+            'BEGIN { printf "%.1f", k / 1024 }')"
+        ctxt0[$s]=$("$tool" ctxt "${pid_of[$s]}")
     done
+    sleep "$idle_s"
+    for s in tideshell weston qtfloor; do
+        record wakeups "$s" $((($("$tool" ctxt "${pid_of[$s]}") - ctxt0[$s]) * 60 / idle_s))
+    done
+    stop "${pid_of[qtfloor]}"
+
+    for s in $order; do frame_cost shm "$s" shm; done
 
     # A key sent over the control port, to the key event in the focused client.
     klog=$(mktemp "$work/keys-XXXXXX")
@@ -167,27 +161,20 @@ for round in $(seq "$rounds"); do
     wait "$kpid" 2>/dev/null || true
     read -r _ _ _ p99 _ <"$work/skey.out" || true
     record skey tideshell "${p99:-lost}"
-    stop "$tpid"
+    stop "${pid_of[tideshell]}"
 
     # The framebuffer path: Qt composes every window into one screen image, as linuxfb does
     # on the device; the bar and the keyboard are shown over the animating client.
-    launch tideshell "vnc:size=800x480:port=$((20000 + RANDOM % 30000))" norecord
-    tpid=$pid tdir=$dir
-    control "$tdir" topen
-    control "$tdir" "kbdshow 0"
-    launch qtfloor "vnc:size=800x480:port=$((20000 + RANDOM % 30000))" norecord
-    fpid=$pid fdir=$dir
+    for s in tideshell qtfloor; do
+        launch "$s" "vnc:size=800x480:port=$((20000 + RANDOM % 30000))" norecord
+    done
+    control "${dir_of[tideshell]}" topen
+    control "${dir_of[tideshell]}" "kbdshow 0"
     sleep 1
     for kind in shm qt; do
-        for s in $order qtfloor; do
-            case $s in
-            tideshell) frame_cost "fb-$kind" tideshell "$tpid" "$tdir" "$kind" ;;
-            qtfloor) frame_cost "fb-$kind" qtfloor "$fpid" "$fdir" "$kind" ;;
-            *) frame_cost "fb-$kind" weston "$wpid" "$wdir" "$kind" ;;
-            esac
-        done
+        for s in $order qtfloor; do frame_cost "fb-$kind" "$s" "$kind"; done
     done
-    stop "$tpid" "$wpid" "$fpid"
+    stop "${pid_of[@]}"
     live=()
 done
 
